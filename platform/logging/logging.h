@@ -1,0 +1,98 @@
+#pragma once
+
+#include "util/str.h"
+#include "zfslib_export.h"
+
+#include <exception>
+#include <functional>
+#include <string>
+#include <string_view>
+
+/// The library's log: silent until the host sets a sink.
+namespace logging {
+
+enum class Level { debug, info, warning, error };
+
+/// Receives one message of a section. It is called by whatever thread logs, several at once; what
+/// it throws goes no further.
+using Sink =
+    std::function<void(Level level, const std::string& section, const std::string& message)>;
+
+/// Sets where messages of `threshold` and above go, for the whole process. An empty sink (the
+/// default) receives nothing, and then, as below the threshold, no message is even formatted. May
+/// be called at any time; a message already on its way still reaches the earlier sink.
+ZFSLIB_EXPORT void SetSink(Sink sink, Level threshold = Level::debug);
+
+/// Whether a message of this level would reach a sink.
+[[nodiscard]] ZFSLIB_EXPORT bool IsEnabled(Level level) noexcept;
+
+/// An exception's message, followed by those of its causes: "what: cause: cause of the cause".
+[[nodiscard]] ZFSLIB_EXPORT std::string Describe(const std::exception& error);
+
+/// A named source of messages. The messages are formatted by util::str_format.
+class ZFSLIB_EXPORT log_section_t {
+public:
+    explicit log_section_t(std::string name);
+
+    [[nodiscard]] const std::string& Name() const noexcept { return name_; }
+
+    template <typename... Args>
+    void dbg(std::string_view format, const Args&... args) const {
+        Write(Level::debug, format, args...);
+    }
+    template <typename... Args>
+    void info(std::string_view format, const Args&... args) const {
+        Write(Level::info, format, args...);
+    }
+    template <typename... Args>
+    void warn(std::string_view format, const Args&... args) const {
+        Write(Level::warning, format, args...);
+    }
+    template <typename... Args>
+    void err(std::string_view format, const Args&... args) const {
+        Write(Level::error, format, args...);
+    }
+    /// The message, then ": " and what the exception says.
+    template <typename... Args>
+    void err(const std::exception& error, std::string_view format, const Args&... args) const {
+        if (IsEnabled(Level::error))
+            Send(Level::error, util::str_format(format, args...) + ": " + Describe(error));
+    }
+
+private:
+    template <typename... Args>
+    void Write(Level level, std::string_view format, const Args&... args) const {
+        if (IsEnabled(level))
+            Send(level, util::str_format(format, args...));
+    }
+    void Send(Level level, const std::string& message) const;
+
+    std::string name_;
+};
+
+/// Marks a scope in the log, at debug level: the text on entry, and "Done: " with the text on exit
+/// if the scope was left after okNoMsg(). A scope left by an exception ends without a second line.
+class ZFSLIB_EXPORT trace_t {
+public:
+    template <typename... Args>
+    trace_t(const log_section_t& section, std::string_view format, const Args&... args)
+        : section_(section) {
+        if (!IsEnabled(Level::debug))
+            return;
+        text_ = util::str_format(format, args...);
+        section_.dbg("%1", text_);
+    }
+    ~trace_t();
+    trace_t(const trace_t&) = delete;
+    trace_t& operator=(const trace_t&) = delete;
+
+    /// The scope ended well, and there is nothing more to say about it.
+    void okNoMsg() noexcept { ok_ = true; }
+
+private:
+    const log_section_t& section_;
+    std::string text_;
+    bool ok_ = false;
+};
+
+} // namespace logging

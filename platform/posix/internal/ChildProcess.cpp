@@ -1,0 +1,64 @@
+#include "posix/internal/ChildProcess.h"
+
+#include "posix/internal/Spawn.h"
+
+#include <cerrno>
+#include <csignal>
+#include <mutex>
+#include <sys/wait.h>
+#include <thread>
+
+namespace posix::internal {
+namespace {
+
+std::mutex stragglersMutex;
+std::list<pid_t> stragglers;
+
+} // namespace
+
+ChildProcess::ChildProcess(const std::string& path, std::vector<std::string> words,
+                           const Descriptor& output, const Descriptor& error) {
+    pid_.front() = Spawn(path, std::move(words), output, error);
+}
+
+ChildProcess::~ChildProcess() {
+    if (pid_.empty() || HasEnded())
+        return;
+    KillGroup();
+    const auto deadline = std::chrono::steady_clock::now() + killGrace;
+    Pause pause;
+    while (!HasEnded() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(pause.Next());
+    if (!ended_)
+        Abandon();
+}
+
+bool ChildProcess::HasEnded() noexcept {
+    if (ended_)
+        return true;
+    int status = 0;
+    const pid_t reaped = waitpid(pid_.front(), &status, WNOHANG);
+    if (reaped == pid_.front())
+        status_ = status;
+    ended_ = status_.has_value() || (reaped < 0 && errno == ECHILD);
+    return ended_;
+}
+
+void ChildProcess::KillGroup() const noexcept {
+    // The child itself as well: it may have left its group.
+    kill(-pid_.front(), SIGKILL);
+    kill(pid_.front(), SIGKILL);
+}
+
+void ChildProcess::Abandon() noexcept {
+    const std::lock_guard lock(stragglersMutex);
+    stragglers.splice(stragglers.end(), pid_);
+}
+
+void ChildProcess::ReapStragglers() {
+    const std::lock_guard lock(stragglersMutex);
+    // Anything but 0 is the end of it: reaped just now, or by somebody else.
+    stragglers.remove_if([](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+}
+
+} // namespace posix::internal

@@ -1,0 +1,283 @@
+// The pool record, pool enumeration and pool import.
+
+#include "fakes.h"
+#include "zfstools/Tools.h"
+#include "zfstools/Zpool.h"
+#include "zfstools/ZpoolsEnumerator.h"
+
+#include <gmock/gmock.h>
+#include <set>
+
+using namespace zfslib;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+/// Virtual devices on one line: "mirror-0[Mirror: c1t0d0 c1t1d0]".
+std::string Dump(const std::vector<Zpool::VirtualDevice>& devices) {
+    std::string text;
+    for (const Zpool::VirtualDevice& device : devices) {
+        text += (text.empty() ? "" : " ") + device.name + "[" +
+                Zpool::VirtualDeviceTypeToString(device.type) + ":";
+        for (const Zpool::DeviceReference& reference : device.devices)
+            text += " " + reference.name;
+        text += "]";
+    }
+    return text;
+}
+
+std::string Dump(const ZpoolEnumerator::Config& config) {
+    return Zpool::StateToString(config.state) + " " + Dump(config.devices) + " logs " +
+           Dump(config.logs) + " caches " + Dump(config.caches) + " metas " + Dump(config.metas) +
+           " spares " + Dump(config.spares);
+}
+
+std::string ParseStatus(const std::string& output) {
+    ZpoolEnumerator::Config config;
+    ZpoolEnumerator::ParseZpoolConfig(output, config);
+    return Dump(config);
+}
+
+std::string StatusError(const std::string& output) {
+    return ErrorOf([&] { ParseStatus(output); });
+}
+
+/// The device table of a pool whose lines stand at the given indentation.
+std::string Table(const std::string& lines) {
+    return "config:\n\n  NAME  STATE  READ WRITE CKSUM\n  tank  ONLINE 0 0 0\n" + lines +
+           "\nerrors: No known data errors\n";
+}
+
+Zpool PoolOf(std::uint64_t size, std::uint64_t allocated, const char* dedupratio) {
+    Zpool pool;
+    pool.size = size;
+    pool.allocated = allocated;
+    if (dedupratio != nullptr)
+        pool.properties.dedupratio.Set(dedupratio);
+    return pool;
+}
+
+constexpr std::uint64_t GiB = std::uint64_t{1} << 30;
+
+} // namespace
+
+TEST(Zpool, TextsOfItsEnumerations) {
+    for (const char* text : {"DEGRADED", "OFFLINE", "ONLINE", "REMOVED", "UNAVAIL"})
+        EXPECT_EQ(Zpool::StateToString(Zpool::StringToState(text)), text);
+    for (const char* text : {"file", "disk", "mirror", "raidz", "raidz1", "raidz2", "raidz3"})
+        EXPECT_EQ(Zpool::VirtualDeviceTypeToString(Zpool::StringToVirtualDeviceType(text)), text);
+    using Properties = Zpool::Properties;
+    for (const char* text : {"wait", "continue", "panic"})
+        EXPECT_EQ(Properties::FailmodeToString(Properties::StringToFailmode(text)), text);
+    EXPECT_EQ(ErrorOf([] { Zpool::StringToState("FAULTED"); }),
+              "Incorrect zpool state value: FAULTED");
+    EXPECT_EQ(ErrorOf([] { Zpool::StateToString(static_cast<Zpool::State>(7)); }),
+              "Incorrect zpool state value: 7");
+    EXPECT_EQ(ErrorOf([] { Zpool::StringToVirtualDeviceType("draid"); }),
+              "Unknown virtual device type conversion:draid");
+    EXPECT_EQ(ErrorOf([] { Properties::StringToFailmode("Wait"); }),
+              "Incorrect zpool failmode value: Wait");
+    EXPECT_EQ(Properties::StringToDedupratio(" 1.05x"), 1.05);
+    for (const char* text : {"0.99x", "x", "", "-1"})
+        EXPECT_EQ(ErrorOf([&] { Properties::StringToDedupratio(text); }),
+                  std::string("Failed to parse deduplication ratio. Provided value: [") + text +
+                      "].");
+    EXPECT_EQ(Properties::DedupratioToString(1.5), "1.500000");
+}
+
+TEST(Zpool, SizesAreCorrectedByTheDedupRatio) {
+    struct Row {
+        const char* ratio;
+        std::uint64_t max, allocated;
+    };
+    const Row rows[] = {{nullptr, 100 * GiB, 10 * GiB},
+                        {"1.00x", 100 * GiB, 10 * GiB},
+                        {"1.30x", 200 * GiB, 13 * GiB},
+                        {"2.00x", 200 * GiB, 20 * GiB},
+                        {"2.01x", 300 * GiB, 21582210662}};
+    for (const Row& row : rows) {
+        const Zpool pool = PoolOf(100 * GiB, 10 * GiB, row.ratio);
+        EXPECT_EQ(pool.GetMaxSize(), row.max) << row.ratio;
+        EXPECT_EQ(pool.GetAllocatedSize(), row.allocated) << row.ratio;
+        EXPECT_EQ(pool.GetAvailableSize(), row.max - row.allocated) << row.ratio;
+    }
+    EXPECT_EQ(PoolOf(0, std::uint64_t{3} << 62, "1").GetAllocatedSize(), std::uint64_t{3} << 62);
+    EXPECT_EQ(PoolOf(0, 1, "1e300").GetMaxSize(), 0U);
+    EXPECT_EQ(ErrorOf([] { return PoolOf(1, 2, nullptr).GetAvailableSize(); }),
+              "Contract violation at zfstools/Zpool:98 GetAvailableSize");
+    const Zpool failed = PoolOf(1, 1, "0.9x");
+    for (auto size : {&Zpool::GetMaxSize, &Zpool::GetAllocatedSize, &Zpool::GetAvailableSize})
+        EXPECT_EQ(ErrorOf([&] { return (failed.*size)(); }),
+                  "Error, getting property value that was mismatched: [dedupratio]:[0.9x]");
+    Zpool tank, tank2, upper;
+    tank.name = "tank", tank2.name = "tank2", upper.name = "Tank";
+    EXPECT_TRUE(tank < tank2 && upper < tank && !(tank < tank));
+}
+
+TEST(Zpool, SettersRunOneCommandForTheirOwnProperty) {
+    const FakeExecutor fake({{"/usr/bin/env -i zpool set bootfs=tank/ROOT/be tank", ""},
+                             {"/usr/bin/env -i zpool set failmode=panic tank", ""},
+                             {"/usr/bin/env -i zpool set autoexpand=on tank", ""}});
+    const InstalledExecutor installed(fake);
+    Zpool::Properties properties;
+    LogCapture log;
+    Zpool::Properties::SetBootfs("tank", properties.bootfs.Set("tank/ROOT/be"));
+    Zpool::Properties::SetFailmode("tank", properties.failmode.Set("panic"));
+    Zpool::Properties::SetAutoexpand("tank", properties.autoexpand.Set("on"));
+    EXPECT_EQ(fake.Commands().size(), 3U);
+    EXPECT_THAT(log.lines, IsEmpty());
+    EXPECT_EQ(ErrorOf([&] { Zpool::Properties::SetScrubInterval("tank", properties.cachefile); }),
+              "Error: try to set [cachefile] property for pool [tank] via incorrect setter "
+              "[scrubinterval]");
+    EXPECT_EQ(ErrorOf([&] { Zpool::Properties::SetCachefile("tank", properties.bootfs); }),
+              "Error: try to set [bootfs] property for pool [tank] via incorrect setter "
+              "[cachefile]");
+    EXPECT_EQ(ErrorOf([&] { Zpool::Properties::SetAutoreplace("tank", properties.autoexpand); }),
+              "Error: try to set [autoexpand] property for pool [tank] via incorrect setter "
+              "[autoreplace]");
+    EXPECT_THAT(fake.Commands(), IsEmpty());
+}
+
+TEST(PoolStatus, Layouts) {
+    const std::pair<std::string, const char*> rows[] = {
+        {"  pool: tank\n state: ONLINE\nconfig:\n"
+         "        NAME STATE READ WRITE CKSUM\n        tank ONLINE 0 0 0\n"
+         "          mirror-0 ONLINE 0 0 0\n            c1t0d0 ONLINE 0 0 0\n"
+         "            c1t1d0 ONLINE 0 0 0\n        logs\t\n          c1t2d0 ONLINE 0 0 0\n"
+         "errors: No known data errors\n",
+         "ONLINE mirror-0[mirror: c1t0d0 c1t1d0] logs c1t2d0[disk: c1t2d0] caches  metas  spares "},
+        {"no table at all\n", "UNAVAIL  logs  caches  metas  spares "},
+        {Table("    a ONLINE\n    b ONLINE\n"),
+         "UNAVAIL a[disk: a] b[disk: b] logs  caches  metas  spares "},
+        {Table("    raidz-0 X\n      a\n    raidz3-1\n      b\n    //dev/f\n    /var/f\n"),
+         "UNAVAIL raidz-0[raidz: a] raidz3-1[raidz3: b] //dev/f[file: //dev/f] /var/f[disk: "
+         "/var/f] logs  caches  metas  spares "},
+        // A group inside a group is listed with its disks; what stands to the left belongs too.
+        {Table("    mirror-0\n      spare-1\n        a\n      b\n   c\n"),
+         "UNAVAIL mirror-0[mirror: spare-1 a b c] logs  caches  metas  spares "},
+        {Table("    a\n  caches\n    x\n  cache\n    y\n  metas\n    m\n  special\n    s\n  "
+               "spares\n    z AVAIL\n"),
+         "UNAVAIL a[disk: a] logs  caches y[disk: y] metas m[disk: m] spares z[disk: z]"},
+        {Table("    a\n  caches\n    x\n"),
+         "UNAVAIL a[disk: a] logs  caches x[disk: x] metas  spares "},
+        {Table("    a\n  logs\n    x\n  logs\n    y\n"),
+         "UNAVAIL a[disk: a] logs y[disk: y] caches  metas  spares "},
+        {"config:\n\n", "UNAVAIL  logs  caches  metas  spares "},
+        {"config:\n  NAME STATE\n", "UNAVAIL  logs  caches  metas  spares "},
+    };
+    for (const auto& [output, dump] : rows)
+        EXPECT_EQ(ParseStatus(output), dump) << output;
+}
+
+TEST(PoolStatus, Errors) {
+    EXPECT_EQ(StatusError(" state: FAULTED\n"), "Incorrect zpool state value: FAULTED");
+    EXPECT_EQ(StatusError(" state: ONLINE now\n"), "Parse zpool state failed:  state: ONLINE now");
+    EXPECT_EQ(StatusError(Table("    mirror-0\n    mirror-1\n      a\n")),
+              "Error. Empty virtual device parsed in zpool.");
+    EXPECT_EQ(StatusError(Table("    a\n   \n    b\n")), "Empty line inappropriate!");
+}
+
+TEST(PoolProperties, RowsOfFourCells) {
+    LogCapture log(logging::Level::info);
+    Zpool::Properties properties;
+    ZpoolEnumerator::ParseZpoolProperty("NAME PROPERTY VALUE SOURCE\n\n"
+                                        "tank guid 12 -\ntank altroot - default\n"
+                                        "tank failmode continue local\ntank dedupratio 0.5x -\n"
+                                        "tank version - default\ntank comment x local\n"
+                                        "tank autoexpand off local\ntank autoexpand on local\n",
+                                        properties);
+    EXPECT_EQ(properties.guid.GetValue(), "12");
+    EXPECT_EQ(properties.altroot.GetState(), PropState::Initialized);
+    EXPECT_EQ(properties.failmode.GetText(), "continue");
+    EXPECT_EQ(properties.failmode.GetSource().type, PropSource::Type::Local);
+    EXPECT_TRUE(properties.autoexpand.GetValue());
+    EXPECT_EQ(properties.bootfs.GetState(), PropState::Unset);
+    EXPECT_EQ(properties.dedupratio.GetState(), PropState::Failed);
+    EXPECT_THAT(log.lines,
+                ElementsAre("warning: stoul", "warning: Failed to parse deduplication ratio. "
+                                              "Provided value: [0.5x]."));
+    for (const char* row : {"tank comment a b local", "tank guid 12"})
+        EXPECT_EQ(ErrorOf([&] {
+                      ZpoolEnumerator::ParseZpoolProperty(std::string("H\n") + row, properties);
+                  }),
+                  "Failed to parse zpool get all");
+}
+
+TEST(PoolEnumeration, RunsListStatusAndGetInOrder) {
+    const std::string list = "/usr/bin/env -i zpool list -o name,size,alloc";
+    const FakeExecutor fake({{list, "NAME SIZE ALLOC\ntank 10G 1G\n\n  b 1T 5K extra\n"},
+                             {"/usr/bin/env -i zpool status tank", Table("    c1t0d0\n")},
+                             {"/usr/bin/env -i zpool get all tank", "H\ntank guid 5 -\n"},
+                             {"/usr/bin/env -i zpool status b", " state: DEGRADED\n"},
+                             {"/usr/bin/env -i zpool get all b", ""}});
+    {
+        LogCapture log;
+        const std::vector<Zpool> pools = ZpoolEnumerator::Enumerate(fake);
+        ASSERT_EQ(pools.size(), 2U);
+        EXPECT_EQ(pools[0].name + Dump(pools[0].devices), "tankc1t0d0[disk: c1t0d0]");
+        EXPECT_EQ(pools[0].size, 10 * GiB);
+        EXPECT_EQ(pools[0].properties.guid.GetValue(), "5");
+        EXPECT_EQ(pools[1].state, Zpool::State::Degraded);
+        EXPECT_EQ(pools[1].allocated, 5120U);
+        EXPECT_EQ(log.lines[0], "debug: Execute commnd: [" + list + "]");
+        EXPECT_EQ(log.lines[1],
+                  "debug: Command output: [NAME SIZE ALLOC\ntank 10G 1G\n\n  b 1T 5K extra\n]");
+        EXPECT_EQ(log.lines[2], "debug: Prepare to execute zpool");
+        EXPECT_EQ(log.lines[4], "debug: Zfs pool output line: config:");
+        EXPECT_EQ(log.lines.back(), "debug: ") << "the output of the last command as it stands";
+    }
+    EXPECT_THAT(fake.Commands(),
+                ElementsAre(list, "/usr/bin/env -i zpool status tank",
+                            "/usr/bin/env -i zpool get all tank", "/usr/bin/env -i zpool status b",
+                            "/usr/bin/env -i zpool get all b"));
+    std::set<guid::guid_t> guids;
+    for (int run = 0; run < 2; ++run)
+        guids.insert(ZpoolEnumerator::Enumerate(fake)[0].devices[0].devices[0].guid);
+    EXPECT_EQ(guids.size(), 2U);
+    for (const char* empty : {"", "NAME SIZE ALLOC\n", "tank 1G 1G\nno pools available here\n"})
+        EXPECT_THAT(ZpoolEnumerator::ExtractZpoolsFromOutput(empty, nullptr), IsEmpty()) << empty;
+    EXPECT_EQ(ErrorOf([&] { ZpoolEnumerator::ExtractZpoolsFromOutput("H\ntank 1G", fake); }),
+              "Failed to parse zpool output:\nH\ntank 1G");
+    fake.Answer(list, "H\nmy pool 1G 1G\n");
+    EXPECT_EQ(ErrorOf([&] { ZpoolEnumerator::Enumerate(fake); }),
+              "no answer to /usr/bin/env -i zpool status my");
+    EXPECT_THROW(ZpoolEnumerator::Enumerate(nullptr), std::bad_function_call);
+}
+
+TEST(PoolImport, ListsWhatHasItsIdentifierOnTheNextLine) {
+    const FakeExecutor fake;
+    fake.Answer("/usr/bin/env -i zpool import",
+                "   pool: tank\n     id: 4711\n  state: ONLINE\n\n pool:\n"
+                " pool: a\n state: ONLINE\n pool: b\n\n pool: c\n id:\n"
+                " pool: d\n pool: e\n id: 1\n pool: two words\n id: 12 x\n pool: f");
+    LogCapture log;
+    std::string found;
+    for (const Pool4Import& pool : EnumerateZpool4Import(fake))
+        found += pool.name + "=" + pool.id + " ";
+    EXPECT_EQ(found, "tank=4711 two=12 ");
+    const std::string failure = "debug: zpool import output parsing failure: ";
+    log.lines.erase(log.lines.begin() + 1);
+    EXPECT_THAT(log.lines,
+                ElementsAre("debug: Execute commnd: [/usr/bin/env -i zpool import]",
+                            failure + "pool name is missing.",
+                            failure + "pool [a] identifier not found, next line expected.",
+                            failure + "pool [b] identifier line is empty.",
+                            failure + "pool [c] cannot be parsed.",
+                            failure + "pool [d] identifier not found, next line expected.",
+                            failure + "failed to find pool [f] identifier."));
+}
+
+TEST(PoolImport, ImportsByIdentifier) {
+    const std::string plain = "/usr/bin/env -i zpool import -f -N 4711 2>&1";
+    const std::string full = "/usr/bin/env -i zpool import -f -N -R /a 4711 newtank 2>&1";
+    const FakeExecutor fake;
+    fake.Answer(plain, "out");
+    fake.Answer(full, "");
+    LogCapture log;
+    ImportZfsPool({"tank", "4711"}, "", "", fake);
+    EXPECT_THAT(log.lines, ElementsAre("debug: Execute commnd: [" + plain + "]",
+                                       "debug: Command output: [out]"));
+    ImportZfsPool({"tank", "4711"}, "newtank", "/a", fake);
+    EXPECT_THAT(fake.Commands(), ElementsAre(plain, full));
+}

@@ -1,0 +1,233 @@
+#pragma once
+
+#include "zfslib_export.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+
+namespace zfslib {
+
+/// One row of `zfs get` or `zpool get`, as text.
+struct AuxPropValue {
+    std::string value;         ///< the VALUE column
+    std::string source;        ///< the first word of the SOURCE column: "local", "inherited", "-"
+    std::string inheritedFrom; ///< the parent behind "inherited from"; otherwise empty
+};
+
+/// The rows of one pool or dataset by the PROPERTY column.
+using AuxPropValues = std::unordered_map<std::string, AuxPropValue>;
+
+/// Where a property's value comes from: the SOURCE column of `zfs get` and `zpool get`.
+struct ZFSLIB_EXPORT PropSource {
+    enum class Type {
+        Default = 0,
+        Local = 1,
+        Inherited = 2,
+        Temporary = 3,
+        Received = 4,
+        None = 5, ///< "-": the property has no source, or none was read
+    };
+
+    std::uint32_t unparsed = 0; ///< 1 once a source text was not one of the six; never reset
+    Type type = Type::None;
+    std::string text;          ///< as the tool printed it
+    std::string inheritedFrom; ///< the dataset the value is inherited from; otherwise empty
+
+    /// Errors: std::runtime_error for an unknown text.
+    static Type StringToType(const std::string& text);
+    /// Errors: std::runtime_error for a value outside the enumeration.
+    static std::string TypeToString(const Type& type);
+};
+
+enum class PropState : std::uint32_t {
+    Unset = 0,       ///< holds the default; nothing was stored
+    Initialized = 1, ///< a value was stored
+    Failed = 2,      ///< the last text given to Set could not be converted
+};
+
+namespace detail {
+
+/// The source that follows `previous` when `text` and `inheritedFrom` are recorded.
+ZFSLIB_EXPORT std::shared_ptr<const PropSource>
+NextSource(const PropSource& previous, const std::string& text, const std::string& inheritedFrom);
+
+/// The source of a property that none was recorded for.
+ZFSLIB_EXPORT const std::shared_ptr<const PropSource>& NoSource();
+
+ZFSLIB_EXPORT void LogConversionFailure(const std::exception& error);
+[[noreturn]] ZFSLIB_EXPORT void ThrowResetProhibited(const std::string& name);
+
+template <typename T>
+inline constexpr bool hasDefaultConversions =
+    std::is_same_v<T, std::string> || std::is_same_v<T, bool> || std::is_same_v<T, unsigned long>;
+
+} // namespace detail
+
+/// A property of a pool or dataset: its name as the tools print it, its typed value with the
+/// default that stands until one is read, the value's text, and its source. A value is stored
+/// once; a second one is refused. What does not change from dataset to dataset (the name and the
+/// conversions) is shared between copies, and so are the common sources. A moved-from property
+/// keeps its name; its texts and values are unspecified.
+template <typename T>
+class ZFSLIB_EXPORT Property {
+public:
+    using FromString = std::function<T(const std::string&)>;
+    using ToString = std::function<std::string(const T&)>;
+
+    static constexpr const char* noPropMarker = "#! no prop";
+
+    /// A property with the default conversions of its type: std::string, bool or unsigned long.
+    template <typename U = T, typename = std::enable_if_t<detail::hasDefaultConversions<U>>>
+    Property(std::string name, const T& def)
+        : Property(std::move(name), def, &Property::DefaultFromString, &Property::DefaultToString) {
+    }
+
+    /// A property with conversions of its own; its text is that of the default.
+    /// Errors: std::bad_function_call when `toString` is empty, and what it throws.
+    Property(std::string name, const T& def, FromString fromString, ToString toString);
+
+    Property(const Property&) = default;
+    Property(Property&& other) noexcept;
+    /// Takes over everything but the default: the target keeps the one it was constructed with.
+    Property& operator=(const Property& other);
+    Property& operator=(Property&& other) noexcept;
+    ~Property() = default;
+
+    /// Stores a value. Errors: std::runtime_error "Error, property reset prohibited: [name]" unless
+    /// the state is Unset; what the conversion to text throws.
+    void Init(const T& value);
+
+    /// Converts a text and stores its value. A text that does not convert is logged (warning) and
+    /// makes the state Failed; the value stays, and the text is kept as it came. Errors: as Init.
+    Property& Set(const std::string& text);
+
+    /// Records where the value came from. An unknown source text is logged (info) and marked as
+    /// unparsed; the type stays.
+    void SetSource(const std::string& sourceText, const std::string& inheritedFrom);
+
+    /// Set and SetSource from the row of the property's name; without one nothing changes.
+    void SetSilent(const AuxPropValues& rows);
+
+    /// The built-in conversions. Text "-" is the empty text; only "on" is true; numbers are read
+    /// as by std::stoul, whatever the locale.
+    static T DefaultFromString(const std::string& text);
+    static std::string DefaultToString(const T& value);
+
+    [[nodiscard]] const std::string& GetName() const { return definition_->name; }
+    [[nodiscard]] const T& GetValue() const { return value_; }
+    [[nodiscard]] const T& GetDefault() const { return defaultValue_; }
+    /// The text of the value; after a failed Set the text that did not convert.
+    [[nodiscard]] const std::string& GetText() const { return text_; }
+    [[nodiscard]] PropState GetState() const { return state_; }
+    [[nodiscard]] const PropSource& GetSource() const { return *source_; }
+
+private:
+    struct Definition {
+        std::string name;
+        FromString fromString;
+        ToString toString;
+    };
+
+    std::shared_ptr<const Definition> definition_;
+    std::shared_ptr<const PropSource> source_;
+    std::string text_;
+    PropState state_ = PropState::Unset;
+    T defaultValue_;
+    T value_;
+};
+
+template <typename T>
+Property<T>::Property(std::string name, const T& def, FromString fromString, ToString toString)
+    : definition_(std::make_shared<const Definition>(
+          Definition{std::move(name), std::move(fromString), std::move(toString)})),
+      source_(detail::NoSource()), text_(definition_->toString(def)), defaultValue_(def),
+      value_(def) {}
+
+// The shared parts are copied even here, so that a moved-from property can still tell its name.
+template <typename T>
+Property<T>::Property(Property&& other) noexcept
+    : definition_(other.definition_), source_(other.source_), text_(std::move(other.text_)),
+      state_(other.state_), defaultValue_(std::move(other.defaultValue_)),
+      value_(std::move(other.value_)) {}
+
+template <typename T>
+Property<T>& Property<T>::operator=(const Property& other) {
+    if (this != &other)
+        *this = Property(other);
+    return *this;
+}
+
+template <typename T>
+Property<T>& Property<T>::operator=(Property&& other) noexcept {
+    if (this == &other)
+        return *this;
+    definition_ = other.definition_;
+    source_ = other.source_;
+    text_ = std::move(other.text_);
+    state_ = other.state_;
+    value_ = std::move(other.value_);
+    return *this;
+}
+
+template <typename T>
+void Property<T>::Init(const T& value) {
+    if (state_ != PropState::Unset)
+        detail::ThrowResetProhibited(GetName());
+    state_ = PropState::Initialized;
+    value_ = value;
+    text_ = definition_->toString(value_);
+}
+
+template <typename T>
+Property<T>& Property<T>::Set(const std::string& text) {
+    text_ = text;
+    try {
+        static_cast<void>(definition_->fromString(text_));
+    } catch (const std::exception& error) {
+        detail::LogConversionFailure(error);
+        state_ = PropState::Failed;
+        return *this;
+    }
+    // Converted again rather than kept from above: an error now is Init's, and the caller's.
+    Init(definition_->fromString(text_));
+    return *this;
+}
+
+template <typename T>
+void Property<T>::SetSource(const std::string& sourceText, const std::string& inheritedFrom) {
+    source_ = detail::NextSource(*source_, sourceText, inheritedFrom);
+}
+
+template <typename T>
+void Property<T>::SetSilent(const AuxPropValues& rows) {
+    const auto row = rows.find(GetName());
+    if (row == rows.end())
+        return;
+    Set(row->second.value);
+    SetSource(row->second.source, row->second.inheritedFrom);
+}
+
+template <>
+ZFSLIB_EXPORT std::string Property<std::string>::DefaultFromString(const std::string& text);
+template <>
+ZFSLIB_EXPORT std::string Property<std::string>::DefaultToString(const std::string& value);
+template <>
+ZFSLIB_EXPORT bool Property<bool>::DefaultFromString(const std::string& text);
+template <>
+ZFSLIB_EXPORT std::string Property<bool>::DefaultToString(const bool& value);
+template <>
+ZFSLIB_EXPORT unsigned long Property<unsigned long>::DefaultFromString(const std::string& text);
+template <>
+ZFSLIB_EXPORT std::string Property<unsigned long>::DefaultToString(const unsigned long& value);
+
+extern template class Property<std::string>;
+extern template class Property<bool>;
+extern template class Property<unsigned long>;
+extern template class Property<double>;
+
+} // namespace zfslib

@@ -1,0 +1,282 @@
+#include "zfstools/ZfsDatasetEnumerator.h"
+
+#include "exc/exc.h"
+#include "posix/CUserInfo.h"
+#include "system/CRecoveryIsoDetector.h"
+#include "util/str.h"
+#include "zfstools/TextTable.h"
+#include "zfstools/Util.h"
+#include "zfstools/logging.h"
+
+#include <algorithm>
+#include <iterator>
+#include <new>
+#include <stdexcept>
+#include <string_view>
+
+namespace zfslib {
+namespace {
+
+using Node = ZfsDatasetEnumerator::Node;
+
+bool HasWord(std::string_view text) {
+    return !util::ConsumeWord(text).empty();
+}
+
+/// The path of a dataset below its pool: for pool/a/b@x the components a, b and @x.
+std::vector<std::string> PathBelowPool(const std::string& name) {
+    if (name.empty())
+        throw std::runtime_error("Incorrect zfs filesystem name: " + name);
+    std::vector<std::string> path;
+    std::size_t begin = 0;
+    for (std::size_t slash = name.find('/'); slash != std::string::npos;
+         slash = name.find('/', begin)) {
+        path.push_back(name.substr(begin, slash - begin));
+        begin = slash + 1;
+    }
+    const std::string last = name.substr(begin);
+    const std::size_t at = last.find('@');
+    path.push_back(last.substr(0, at));
+    if (at != std::string::npos)
+        path.push_back(last.substr(at));
+    path.erase(path.begin());
+    return path;
+}
+
+/// Hangs a node at the end of its path, or where the path first leaves the tree; a node whose
+/// whole path is there already is dropped.
+void Insert(Node& root, const std::vector<std::string>& path, ZfsDataset&& dataset) {
+    Node* node = &root;
+    for (const std::string& component : path) {
+        const auto child = node->children.find(component);
+        if (child == node->children.end()) {
+            node->children.emplace(component, std::make_shared<Node>(std::move(dataset)));
+            return;
+        }
+        node = child->second.get();
+    }
+}
+
+} // namespace
+
+struct ZfsDatasetEnumerator::QuotaKind {
+    const char* trace;
+    const char* command;
+    const char* type;
+    const char* warning;
+};
+
+Node::~Node() {
+    std::vector<std::shared_ptr<Node>> nodes;
+    const auto takeChildren = [&nodes](Node& node) {
+        for (auto& [key, child] : node.children)
+            nodes.push_back(std::move(child));
+        node.children.clear();
+    };
+    try {
+        for (takeChildren(*this); !nodes.empty();) {
+            const std::shared_ptr<Node> node = std::move(nodes.back());
+            nodes.pop_back();
+            if (node.use_count() == 1) // others may hold it still, with all that is below it
+                takeChildren(*node);
+        }
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch)
+        // Without memory for the list, what is left goes by recursion.
+    }
+}
+
+std::pair<std::vector<ZfsDataset>, std::vector<std::string>>
+ZfsDatasetEnumerator::Enumerate(const std::string& root, CommandExecutor executor) {
+    warnings_.clear();
+    std::vector<ZfsDataset> datasets = EnumerateType(root, ZfsDataset::filesystem, executor);
+    std::vector<ZfsDataset> snapshots = EnumerateType(root, ZfsDataset::snapshot, executor);
+    std::vector<ZfsDataset> volumes = EnumerateType(root, ZfsDataset::volume, executor);
+    datasets.reserve(datasets.size() + snapshots.size() + volumes.size());
+    std::move(snapshots.begin(), snapshots.end(), std::back_inserter(datasets));
+    std::move(volumes.begin(), volumes.end(), std::back_inserter(datasets));
+    return {std::move(datasets), warnings_};
+}
+
+std::vector<ZfsDataset> ZfsDatasetEnumerator::EnumerateType(const std::string& root,
+                                                            ZfsDataset::Type type,
+                                                            CommandExecutor executor) {
+    const std::string output =
+        executor("/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t " +
+                 ZfsDataset::TypeToString(type) + " " + root);
+    return extractDatasetFromOutput(output, type, executor);
+}
+
+std::vector<ZfsDataset>
+ZfsDatasetEnumerator::extractDatasetFromOutput(const std::string& listOutput, ZfsDataset::Type type,
+                                               CommandExecutor executor) {
+    std::vector<ZfsDataset> datasets;
+    if (listOutput.find("no datasets available") != std::string::npos)
+        return datasets;
+    const bool isRecovery = orvcommonlib::system::CRecoveryIsoDetector::IsUnderRecoveryIso();
+    if (!HasWord(listOutput))
+        return datasets;
+
+    datasets.reserve(
+        static_cast<std::size_t>(std::count(listOutput.begin(), listOutput.end(), '\n') + 1));
+    for (RowReader reader(listOutput); reader.Next();) {
+        const std::vector<std::string>& row = reader.Row();
+        if (row.empty())
+            continue;
+        if (row.size() < 4)
+            throw std::runtime_error("Failed to parse zfs output:\n" + listOutput);
+        const std::string& name = row[0];
+
+        ZfsProperties properties;
+        _log.dbg("Prepare to execute zfs get");
+        const std::string getOutput = executor("/usr/bin/env -i zfs get all " + name);
+        _log.dbg("%1", getOutput);
+        ParseDatasetProperties(getOutput, properties);
+        if (type == ZfsDataset::filesystem && !isRecovery) {
+            properties.userQuotas = readUserQuotaProperties(name, Executors::GetProcessExecutor());
+            properties.groupQuotas =
+                readGroupQuotaProperties(name, Executors::GetProcessExecutor());
+        }
+        datasets.push_back(ParseDatasetFields(name, row[1], row[2], row[3], std::move(properties)));
+        datasets.back().type = type;
+    }
+    return datasets;
+}
+
+ZfsDataset ZfsDatasetEnumerator::ParseDatasetFields(const std::string& name,
+                                                    const std::string& avail,
+                                                    const std::string& used,
+                                                    const std::string& usedrefreserv,
+                                                    const ZfsProperties& properties) {
+    return ParseDatasetFields(name, avail, used, usedrefreserv, ZfsProperties(properties));
+}
+
+ZfsDataset ZfsDatasetEnumerator::ParseDatasetFields(const std::string& name,
+                                                    const std::string& avail,
+                                                    const std::string& used,
+                                                    const std::string& usedrefreserv,
+                                                    ZfsProperties&& properties) {
+    ZfsDataset dataset;
+    dataset.name = name;
+    _log.dbg("Try to parse dataset values for dataset: %1:%2 %3 %4", name, avail, used,
+             usedrefreserv);
+    dataset.avail = ParseSpaceValue(avail);
+    dataset.used = ParseSpaceValue(used);
+    dataset.usedrefreserv = ParseSpaceValue(usedrefreserv);
+    dataset.properties = std::move(properties);
+    return dataset;
+}
+
+void ZfsDatasetEnumerator::ParseDatasetProperties(const std::string& getOutput,
+                                                  ZfsProperties& properties) {
+    AuxPropValues rows;
+    AuxPropValue parsed;
+    for (RowReader reader(getOutput, 1); reader.Next();) {
+        const std::string name = ZfsDataset::ParseDatasetPropOutputRow(reader.Row(), parsed);
+        if (!name.empty())
+            rows[name] = parsed;
+    }
+    properties.SetSilent(rows);
+    for (const auto& [name, row] : rows) {
+        if (name.find(':') == std::string::npos)
+            continue;
+        Property<std::string> property(name, "");
+        property.Set(row.value);
+        property.SetSource(row.source, row.inheritedFrom);
+        properties.userProperties.push_back(std::move(property));
+    }
+}
+
+std::vector<Property<std::string>>
+ZfsDatasetEnumerator::readUserQuotaProperties(const std::string& name, CommandExecutor executor) {
+    static constexpr QuotaKind user{
+        "Reading ZFS user quota for [%1].", "/usr/bin/env -i zfs userspace ", "userquota",
+        "Failed to read ZFS user quota for [%1]. This property will not be restored."};
+    return ReadQuotas(user, name, executor);
+}
+
+std::vector<Property<std::string>>
+ZfsDatasetEnumerator::readGroupQuotaProperties(const std::string& name, CommandExecutor executor) {
+    static constexpr QuotaKind group{
+        "Reading ZFS group quota for [%1].", "/usr/bin/env -i zfs groupspace ", "groupquota",
+        "Failed to read ZFS group quota for [%1]. This property will not be restored."};
+    return ReadQuotas(group, name, executor);
+}
+
+std::vector<Property<std::string>>
+ZfsDatasetEnumerator::ReadQuotas(const QuotaKind& kind, const std::string& name,
+                                 const CommandExecutor& executor) {
+    logging::trace_t trace(_log, kind.trace, name);
+    try {
+        auto quotas = parseDatasetQuotas(kind.type, executor(kind.command + name));
+        trace.okNoMsg();
+        return quotas;
+    } catch (const std::exception& error) {
+        warnings_.push_back(util::str_format(kind.warning, name));
+        _log.err(error, "%1", warnings_.back());
+        return {};
+    }
+}
+
+std::vector<Property<std::string>>
+ZfsDatasetEnumerator::parseDatasetQuotas(const std::string& quotaType, const std::string& output) {
+    validateZfsQuotaCmdOutput(output, quotaType);
+    std::vector<Property<std::string>> quotas;
+    for (RowReader reader(output, 1); reader.Next();) {
+        const std::vector<std::string>& row = reader.Row();
+        if (row.size() < 5)
+            continue;
+        // TYPE is two words in "POSIX User  root  3K  none", one in "Project  12  3K  none  7".
+        const std::size_t typeCells = util::str_caseicmp(row[0], "POSIX") ? 2 : 1;
+        const std::string& owner = row[typeCells];
+        const std::string& quota = row[typeCells + 2];
+        const std::string source = row.size() >= 6 ? row[typeCells + 3] : std::string();
+
+        Property<std::string> property(generateQuotaName(owner, quotaType), "");
+        property.Set(quota);
+        property.SetSource(source, "");
+        quotas.push_back(std::move(property));
+    }
+    return quotas;
+}
+
+void ZfsDatasetEnumerator::validateZfsQuotaCmdOutput(const std::string& output,
+                                                     const std::string& quotaType) {
+    if (!util::str_is_starts_with(output, "TYPE "))
+        throw exc::CRuntimeExc("Unexpected command output for [%1]: [%2].", quotaType, output);
+}
+
+std::string ZfsDatasetEnumerator::generateQuotaName(const std::string& name,
+                                                    const std::string& quotaType) {
+    try {
+        if (util::str_is_integer(name))
+            return util::str_format("%1@%2", quotaType, name);
+        if (quotaType == "groupquota")
+            return util::str_format("%1@%2", quotaType, posix::CGroupInfo(name).GetGID());
+        if (quotaType == "userquota")
+            return util::str_format("%1@%2", quotaType, posix::CUserInfo(name).GetUID());
+        throw exc::CRuntimeExc("Unexpected quota type: [%1].", quotaType);
+    } catch (const std::exception&) {
+        exc::RegenExc("Failed to generate ZFS quota name for [%1].", name);
+    }
+}
+
+Node ZfsDatasetEnumerator::GrowTree(std::vector<ZfsDataset>&& datasets) {
+    Node root;
+    if (datasets.empty())
+        return root;
+    // Records are large, so pointers to them are sorted, and each record is moved once.
+    std::vector<ZfsDataset*> sorted;
+    sorted.reserve(datasets.size());
+    for (ZfsDataset& dataset : datasets)
+        sorted.push_back(&dataset);
+    std::sort(sorted.begin(), sorted.end(),
+              [](const ZfsDataset* a, const ZfsDataset* b) { return a->name < b->name; });
+
+    root.dataset = std::move(*sorted.front());
+    for (auto dataset = std::next(sorted.begin()); dataset != sorted.end(); ++dataset)
+        Insert(root, PathBelowPool((*dataset)->name), std::move(**dataset));
+    datasets.clear();
+    return root;
+}
+
+} // namespace zfslib
