@@ -1,0 +1,37 @@
+#pragma once
+
+#include "zfslib_export.h"
+#include "zfstools/Executor.h"
+
+#include <cstddef>
+
+namespace zfslib::executors {
+
+/// The limits of a batching executor.
+struct BatchingOptions {
+    /// How many datasets one `zfs get all` asks for at most; up to 1 there is no batching.
+    std::size_t namesPerCommand = 256;
+    /// How long such a command line may be, in bytes. Systems allow 128 KiB and more for one
+    /// argument, and a whole line is one argument of `/bin/sh -c`.
+    std::size_t commandLength = 65536;
+};
+
+/// An executor that makes the enumeration of many datasets a matter of few commands. It reads the
+/// names in each `zfs list` answer that passes through. Asked for the `zfs get all` of one of
+/// them, it runs one command for that name and the next ones in the list, answers from that, and
+/// keeps the rest, each part for one use, until the next such command or list or until any command
+/// that may change a property. All other commands pass through.
+///
+/// The caller sees what `executor` alone would give, except that the columns can be wider. A
+/// dataset with an unusual name, one that vanished, and one whose answer cannot be told apart from
+/// its neighbour's (a property value may hold a newline) is asked for by itself. One such dataset
+/// costs about twice the logarithm of `namesPerCommand` in further commands; where many are so, it
+/// comes to little more than one command for each dataset.
+///
+/// The result and its copies share one state and may be called by several threads, which wait for
+/// each other's batches. It is best used by one enumeration at a time: a second one replaces the
+/// names of the first, which then goes on with one command for each dataset.
+[[nodiscard]] ZFSLIB_EXPORT CommandExecutor BatchingExecutor(CommandExecutor executor,
+                                                             BatchingOptions options = {});
+
+} // namespace zfslib::executors
