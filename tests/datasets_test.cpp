@@ -414,6 +414,10 @@ TEST(Tree, IsTakenApartWithoutRecursionAndMovesItsRecords) {
     auto datasets = DatasetsOf({"p/a", "p"});
     datasets[0].properties.quota.Set("a quota too long for the small string buffer");
     const char* text = datasets[0].properties.quota.GetText().data();
-    const Node root = Enumerator::GrowTree(std::move(datasets));
+    Node root = Enumerator::GrowTree(std::move(datasets));
     EXPECT_EQ(root.children.at("a")->dataset.properties.quota.GetText().data(), text);
+    root = Node(*root.children.at("a"));
+    root = Node{root.dataset, {{"b", std::make_shared<Node>(root)}}};
+    root = *root.children.at("b");
+    EXPECT_EQ(Dump(root), "p/a") << "replaced by a node below it";
 }

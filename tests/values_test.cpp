@@ -90,6 +90,11 @@ TEST(Platform, GuidsUsersAndErrors) {
         logging::log_section_t("s").err(error, "failed: %1", "x");
     }
     EXPECT_THAT(log.lines, ElementsAre("error: failed: x: outer [5]: cause %1"));
+    try {
+        std::throw_with_nested(std::runtime_error("no cause"));
+    } catch (const std::exception& error) {
+        EXPECT_EQ(logging::Describe(error), "no cause");
+    }
 }
 
 TEST(Log, FormatsNothingBelowTheThresholdAndSurvivesItsSink) {

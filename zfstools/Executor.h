@@ -15,17 +15,23 @@ using CommandExecutor = std::function<std::string(const std::string& command)>;
 /// start-up, before other threads use the library: they are read and set without a lock.
 namespace Executors {
 
+/// @{
 /// Runs `df -Z`. At load: posix::CSimpleCmdExec::RunCommand (through /bin/sh).
 ZFSLIB_EXPORT CommandExecutor GetDfExecutor();
 ZFSLIB_EXPORT void SetDfExecutor(CommandExecutor executor);
+/// @}
 
+/// @{
 /// Lists the pools when a path is resolved. At load: posix::CSimpleCmdExec::RunCommand.
 ZFSLIB_EXPORT CommandExecutor GetZpoolExecutor();
 ZFSLIB_EXPORT void SetZpoolExecutor(CommandExecutor executor);
+/// @}
 
+/// @{
 /// Runs everything else. At load: ChildProcessExecute.
 ZFSLIB_EXPORT CommandExecutor GetProcessExecutor();
 ZFSLIB_EXPORT void SetProcessExecutor(CommandExecutor executor);
+/// @}
 
 /// Splits the command at white space (there is no quoting), starts its first word with the others
 /// as arguments, without a shell, and waits for it. Returns standard output; if the command wrote

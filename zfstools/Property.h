@@ -24,6 +24,7 @@ using AuxPropValues = std::unordered_map<std::string, AuxPropValue>;
 
 /// Where a property's value comes from: the SOURCE column of `zfs get` and `zpool get`.
 struct ZFSLIB_EXPORT PropSource {
+    /// The first word of the column.
     enum class Type {
         Default = 0,
         Local = 1,
@@ -34,9 +35,9 @@ struct ZFSLIB_EXPORT PropSource {
     };
 
     std::uint32_t unparsed = 0; ///< 1 once a source text was not one of the six; never reset
-    Type type = Type::None;
-    std::string text;          ///< as the tool printed it
-    std::string inheritedFrom; ///< the dataset the value is inherited from; otherwise empty
+    Type type = Type::None;     ///< the last one that was understood
+    std::string text;           ///< as the tool printed it
+    std::string inheritedFrom;  ///< the dataset the value is inherited from; otherwise empty
 
     /// Errors: std::runtime_error for an unknown text.
     static Type StringToType(const std::string& text);
@@ -76,9 +77,13 @@ inline constexpr bool hasDefaultConversions =
 template <typename T>
 class ZFSLIB_EXPORT Property {
 public:
+    /// @{
+    /// The conversions between value and text. FromString refuses a text by throwing.
     using FromString = std::function<T(const std::string&)>;
     using ToString = std::function<std::string(const T&)>;
+    /// @}
 
+    /// The same for every property; no tool prints it.
     static constexpr const char* noPropMarker = "#! no prop";
 
     /// A property with the default conversions of its type: std::string, bool or unsigned long.
@@ -92,10 +97,13 @@ public:
     Property(std::string name, const T& def, FromString fromString, ToString toString);
 
     Property(const Property&) = default;
+    /// Leaves `other` its name.
     Property(Property&& other) noexcept;
+    /// @{
     /// Takes over everything but the default: the target keeps the one it was constructed with.
     Property& operator=(const Property& other);
     Property& operator=(Property&& other) noexcept;
+    /// @}
     ~Property() = default;
 
     /// Stores a value. Errors: std::runtime_error "Error, property reset prohibited: [name]" unless
@@ -113,17 +121,24 @@ public:
     /// Set and SetSource from the row of the property's name; without one nothing changes.
     void SetSilent(const AuxPropValues& rows);
 
+    /// @{
     /// The built-in conversions. Text "-" is the empty text; only "on" is true; numbers are read
     /// as by std::stoul, whatever the locale.
     static T DefaultFromString(const std::string& text);
     static std::string DefaultToString(const T& value);
+    /// @}
 
+    /// As the tools print it.
     [[nodiscard]] const std::string& GetName() const { return definition_->name; }
+    /// The default until a value is stored.
     [[nodiscard]] const T& GetValue() const { return value_; }
+    /// What it was constructed with.
     [[nodiscard]] const T& GetDefault() const { return defaultValue_; }
     /// The text of the value; after a failed Set the text that did not convert.
     [[nodiscard]] const std::string& GetText() const { return text_; }
+    /// Whether a value was stored.
     [[nodiscard]] PropState GetState() const { return state_; }
+    /// Where the value came from; its type is None until SetSource.
     [[nodiscard]] const PropSource& GetSource() const { return *source_; }
 
 private:
@@ -149,11 +164,13 @@ Property<T>::Property(std::string name, const T& def, FromString fromString, ToS
       value_(def) {}
 
 // The shared parts are copied even here, so that a moved-from property can still tell its name.
+// NOLINTBEGIN(performance-move-constructor-init)
 template <typename T>
 Property<T>::Property(Property&& other) noexcept
     : definition_(other.definition_), source_(other.source_), text_(std::move(other.text_)),
       state_(other.state_), defaultValue_(std::move(other.defaultValue_)),
       value_(std::move(other.value_)) {}
+// NOLINTEND(performance-move-constructor-init)
 
 template <typename T>
 Property<T>& Property<T>::operator=(const Property& other) {
@@ -212,6 +229,8 @@ void Property<T>::SetSilent(const AuxPropValues& rows) {
     SetSource(row->second.source, row->second.inheritedFrom);
 }
 
+/// @{
+/// The built-in conversions, as the class declares them.
 template <>
 ZFSLIB_EXPORT std::string Property<std::string>::DefaultFromString(const std::string& text);
 template <>
@@ -224,6 +243,7 @@ template <>
 ZFSLIB_EXPORT unsigned long Property<unsigned long>::DefaultFromString(const std::string& text);
 template <>
 ZFSLIB_EXPORT std::string Property<unsigned long>::DefaultToString(const unsigned long& value);
+/// @}
 
 extern template class Property<std::string>;
 extern template class Property<bool>;

@@ -63,12 +63,12 @@ bool IsFilesystemOfPool(const std::string& filesystem, const std::string& pool) 
 namespace zfslib {
 
 bool IsZfsToolsInstalled() {
-    if (orvcommonlib::system::CRecoveryIsoDetector::IsUnderRecoveryIso())
-        return true;
-    const CommandExecutor executor = Executors::GetProcessExecutor();
-    const std::string command = "/usr/bin/env -i pkginfo SUNWzfsu";
-    _log.info("Execute command: [%1]", command);
     try {
+        if (orvcommonlib::system::CRecoveryIsoDetector::IsUnderRecoveryIso())
+            return true;
+        const CommandExecutor executor = Executors::GetProcessExecutor();
+        const std::string command = "/usr/bin/env -i pkginfo SUNWzfsu";
+        _log.info("Execute command: [%1]", command);
         _log.info("Command output: [%1]", executor(command));
         return true;
     } catch (const std::exception& error) {

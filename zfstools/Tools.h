@@ -32,8 +32,8 @@ ZFSLIB_EXPORT Zpool GetAssociatedZpool(const std::string& path);
 
 /// A pool that could be imported.
 struct Pool4Import {
-    std::string name;
-    std::string id; ///< the numeric identifier, as `zpool import` prints it
+    std::string name; ///< as `zpool import` prints it
+    std::string id;   ///< the numeric identifier, as `zpool import` prints it
 };
 
 /// The pools that could be imported, in the order of `zpool import`. An entry that cannot be read

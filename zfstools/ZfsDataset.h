@@ -21,12 +21,15 @@ namespace zfslib {
 /// Errors, unless said otherwise: what the executor throws.
 class ZFSLIB_EXPORT ZfsDataset {
 public:
+    /// What a dataset is.
     enum Type { filesystem = 0, volume = 1, snapshot = 2 };
 
+    /// @{
     /// The texts are the words of `zfs list -t`. Errors: std::runtime_error for a text or a value
     /// outside the enumeration.
     static Type StringToType(const std::string& text);
     static std::string TypeToString(const Type& type);
+    /// @}
 
     /// Reads one row of `zfs get all`: fills `out` and returns the property's name. Rows that
     /// cannot be told apart into value and source (the creation time, values with blanks) and empty
@@ -59,13 +62,16 @@ public:
 
     ZfsDataset() = default;
     ZfsDataset(const ZfsDataset&) = default;
+    /// Leaves the name of `other` empty.
     ZfsDataset(ZfsDataset&& other) noexcept;
     ZfsDataset& operator=(const ZfsDataset&) = default;
+    /// Leaves the name of `other` empty.
     ZfsDataset& operator=(ZfsDataset&& other) noexcept;
     ~ZfsDataset() = default;
 
     /// "pool", "pool/fs/child", "pool/fs@snapshot".
     std::string name;
+    /// Of which `zfs list -t` listed it.
     Type type = filesystem;
     /// Space the dataset and its descendants could still consume, in bytes. Source: `avail` column
     /// of `zfs list`; 0 when the tool prints "-".
@@ -74,6 +80,7 @@ public:
     std::uint64_t used = 0;
     /// Space its refreservation consumes, in bytes. Source: `usedrefreserv` column; 0 for "-".
     std::uint64_t usedrefreserv = 0;
+    /// Source: `zfs get all`, `zfs userspace`, `zfs groupspace`.
     ZfsProperties properties;
 };
 

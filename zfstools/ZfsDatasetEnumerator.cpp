@@ -23,6 +23,13 @@ bool HasWord(std::string_view text) {
     return !util::ConsumeWord(text).empty();
 }
 
+std::size_t CountRows(std::string_view text) {
+    std::size_t rows = 0;
+    while (!text.empty())
+        rows += HasWord(util::ConsumeLine(text)) ? 1 : 0;
+    return rows;
+}
+
 /// The path of a dataset below its pool: for pool/a/b@x the components a, b and @x.
 std::vector<std::string> PathBelowPool(const std::string& name) {
     if (name.empty())
@@ -65,6 +72,17 @@ struct ZfsDatasetEnumerator::QuotaKind {
     const char* type;
     const char* warning;
 };
+
+Node& Node::operator=(const Node& other) {
+    return *this = Node(other);
+}
+
+Node& Node::operator=(Node&& other) {
+    Node taken(std::move(other));
+    dataset = std::move(taken.dataset);
+    children.swap(taken.children); // goes with `taken`, and `other` with it when it is in there
+    return *this;
+}
 
 Node::~Node() {
     std::vector<std::shared_ptr<Node>> nodes;
@@ -116,8 +134,7 @@ ZfsDatasetEnumerator::extractDatasetFromOutput(const std::string& listOutput, Zf
     if (!HasWord(listOutput))
         return datasets;
 
-    datasets.reserve(
-        static_cast<std::size_t>(std::count(listOutput.begin(), listOutput.end(), '\n') + 1));
+    datasets.reserve(CountRows(listOutput));
     for (RowReader reader(listOutput); reader.Next();) {
         const std::vector<std::string>& row = reader.Row();
         if (row.empty())

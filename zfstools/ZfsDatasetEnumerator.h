@@ -19,15 +19,18 @@ public:
     /// A dataset with what lies directly below it. The key of a filesystem or volume is the last
     /// component of its name ("b" for pool/a/b), that of a snapshot "@" and its name.
     struct ZFSLIB_EXPORT Node {
-        ZfsDataset dataset;
-        std::unordered_map<std::string, std::shared_ptr<Node>> children;
+        ZfsDataset dataset; ///< the record; empty in the root of an empty tree
+        std::unordered_map<std::string, std::shared_ptr<Node>> children; ///< in no order
 
         Node() = default;
-        explicit Node(ZfsDataset&& record) noexcept : dataset(std::move(record)) {}
+        Node(ZfsDataset record, // NOLINT(google-explicit-constructor)
+             std::unordered_map<std::string, std::shared_ptr<Node>> below = {})
+            : dataset(std::move(record)), children(std::move(below)) {}
         Node(const Node&) = default;
         Node(Node&&) = default;
-        Node& operator=(const Node&) = default;
-        Node& operator=(Node&&) = default;
+        /// A node may be replaced by one that lies below it.
+        Node& operator=(const Node& other);
+        Node& operator=(Node&& other);
         /// Takes a tree apart without recursion, however deep it is.
         ~Node();
     };

@@ -17,6 +17,7 @@ public:
     /// "auto" and "none".
     class ZFSLIB_EXPORT SpaceSize {
     public:
+        /// What a size can be counted in.
         class ZFSLIB_EXPORT Unit {
         public:
             /// Errors: std::runtime_error when `byteFactor` is 0.
@@ -38,15 +39,16 @@ public:
             std::uint64_t byteFactor_;
         };
 
+        /// What a size property can say.
         enum class Kind : std::uint32_t {
             None = 0,  ///< the word "none"; also a text that could not be read
             Value = 1, ///< a number of bytes
             Auto = 2,  ///< the word "auto"
         };
 
-        std::uint64_t bytes = 0;
-        Unit unit{"B", {"B"}, 1};
-        Kind kind = Kind::None;
+        std::uint64_t bytes = 0;  ///< 0 unless the kind is Value
+        Unit unit{"B", {"B"}, 1}; ///< the one it was written in
+        Kind kind = Kind::None;   ///< which of the three it is
 
         /// B, K, M, G and T, in the order their suffixes are tried. There is none above T.
         static const std::vector<Unit> units;
@@ -59,19 +61,28 @@ public:
         /// "auto", "none", or the number of units with six decimals and the unit: "1.500000K".
         static std::string ToString(const SpaceSize& size);
 
+        /// @{
+        /// The bytes in units of 1024, 1024^2 and 1024^4.
         [[nodiscard]] double GetKb() const;
         [[nodiscard]] double GetMb() const;
         [[nodiscard]] double GetTb() const;
+        /// @}
 
+        /// @{
         /// Sizes compare by their bytes alone: "auto", "none" and 0 are equal.
         bool operator>(const SpaceSize& other) const { return bytes > other.bytes; }
         bool operator<(const SpaceSize& other) const { return bytes < other.bytes; }
         bool operator==(const SpaceSize& other) const { return bytes == other.bytes; }
+        /// @}
     };
 
+    /// What becomes of an access list when the mode is set: the words of `aclmode`.
     enum class Aclmode { Discard = 0, Mask = 1, Passthrough = 2, Groupmask = 3 };
+    /// The words of `canmount`.
     enum class Canmount { On = 0, Off = 1, Noauto = 2 };
+    /// The words of `casesensitivity`.
     enum class Casesensitivity { Sensitive = 0, Insensitive = 1, Mixed = 2 };
+    /// The words of `encryption`: off, on, or a cipher with its mode ("aes-128-ccm").
     enum class Encryption {
         Off = 0,
         On = 1,
@@ -83,6 +94,7 @@ public:
         Aes256Gcm = 7, ///< printed, but not read: the property becomes Failed
         Aes128Ctr = 8,
     };
+    /// Where the key of an encrypted dataset comes from: the words of `keysource`.
     enum class Keysource {
         None = 0,     ///< "-"
         NoneText = 1, ///< "none"
@@ -93,6 +105,7 @@ public:
         RawEphemeral = 6,
     };
 
+    /// @{
     /// The conversions of the enumerations. Texts are matched exactly. Errors: std::runtime_error
     /// for a text or a value outside the table.
     static Aclmode StringToAclMode(const std::string& text);
@@ -105,10 +118,14 @@ public:
     static std::string EncryptionToString(const Encryption& value);
     static Keysource StringToKeysource(const std::string& text);
     static std::string KeysourceToString(const Keysource& value);
+    /// @}
+    /// @{
     /// "yes" is true, everything else false.
     static bool StringToMounted(const std::string& text);
     static std::string MountedToString(const bool& value);
+    /// @}
 
+    /// @{
     /// The members whose conversions are not those of their type.
     static Property<Casesensitivity> BuildCasesensitivityProperty();
     static Property<Encryption> BuildEncryptionProperty();
@@ -118,6 +135,7 @@ public:
     static Property<SpaceSize> BuildVolsizeProperty();
     static Property<SpaceSize> BuildRefreservationProperty();
     static Property<bool> BuildMountedProperty();
+    /// @}
 
     /// Every property at its default, Unset, and empty lists.
     ZfsProperties();
@@ -135,8 +153,10 @@ public:
     template <typename Self, typename Visit>
     static void ForEach(Self& self, Visit&& visit);
 
-    // Named and ordered as the conversions are applied. Where the text of a value is kept, "none"
-    // and "10G" stay text: a restore sets again what the tool printed.
+    // Ordered as the conversions are applied. Where the text of a value is kept, "none" and "10G"
+    // stay text: a restore sets again what the tool printed.
+    /// @{
+    /// A property of the dataset, named as `zfs get` names it; zfs(1M) says what it means.
     Property<Casesensitivity> casesensitivity = BuildCasesensitivityProperty();
     Property<Encryption> encryption = BuildEncryptionProperty();
     Property<Keysource> keysource = BuildKeysourceProperty();
@@ -186,6 +206,7 @@ public:
     Property<bool> vscan{"vscan", false};
     Property<bool> xattr{"xattr", false};
     Property<bool> zoned{"zoned", false};
+    /// @}
 
     /// "userquota@1001" and the like, as `zfs set` takes them; in the tool's order.
     std::vector<Property<std::string>> userQuotas;

@@ -14,12 +14,16 @@ class ZFSLIB_EXPORT ZpoolEnumerator {
 public:
     /// What one `zpool status` shows of a pool.
     struct Config {
+        /// As Zpool::state.
         Zpool::State state = Zpool::State::Unavail;
+        /// @{
+        /// One section of the device table each, as in Zpool.
         std::vector<Zpool::VirtualDevice> devices;
         std::vector<Zpool::VirtualDevice> logs;
         std::vector<Zpool::VirtualDevice> caches;
         std::vector<Zpool::VirtualDevice> metas;
         std::vector<Zpool::VirtualDevice> spares;
+        /// @}
     };
 
     /// All pools, in the order of `zpool list`. Runs `zpool list -o name,size,alloc`, then

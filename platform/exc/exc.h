@@ -12,6 +12,7 @@ namespace exc {
 /// An error of the library whose message is formatted by util::str_format.
 class ZFSLIB_EXPORT CRuntimeExc : public std::runtime_error {
 public:
+    /// The message is `format` with its arguments put in.
     template <typename... Args>
     explicit CRuntimeExc(std::string_view format, const Args&... args)
         : std::runtime_error(util::str_format(format, args...)) {}

@@ -16,9 +16,12 @@ public:
     /// A new random identifier (version 4 of the universally unique ones).
     static guid_t CreateNew();
 
+    /// @{
+    /// Identifiers are ordered byte by byte.
     bool operator==(const guid_t& other) const { return bytes_ == other.bytes_; }
     bool operator!=(const guid_t& other) const { return bytes_ != other.bytes_; }
     bool operator<(const guid_t& other) const { return bytes_ < other.bytes_; }
+    /// @}
 
     /// Lower-case hexadecimal in the usual groups: "123e4567-e89b-42d3-a456-426614174000".
     [[nodiscard]] std::string ToString() const;

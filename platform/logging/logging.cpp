@@ -28,8 +28,13 @@ bool IsEnabled(Level level) noexcept {
 
 std::string Describe(const std::exception& error) {
     std::string text = error.what();
+    // Not std::rethrow_if_nested: it ends the process for an exception that could have a cause and
+    // has none.
+    const auto* nested = dynamic_cast<const std::nested_exception*>(&error);
+    if (nested == nullptr || nested->nested_ptr() == nullptr)
+        return text;
     try {
-        std::rethrow_if_nested(error);
+        nested->rethrow_nested();
     } catch (const std::exception& cause) {
         text += ": " + Describe(cause);
     } catch (...) {

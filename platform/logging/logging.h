@@ -11,6 +11,7 @@
 /// The library's log: silent until the host sets a sink.
 namespace logging {
 
+/// How much a message matters, in rising order.
 enum class Level { debug, info, warning, error };
 
 /// Receives one message of a section. It is called by whatever thread logs, several at once; what
@@ -32,10 +33,14 @@ ZFSLIB_EXPORT void SetSink(Sink sink, Level threshold = Level::debug);
 /// A named source of messages. The messages are formatted by util::str_format.
 class ZFSLIB_EXPORT log_section_t {
 public:
+    /// The name is what a sink receives as its section.
     explicit log_section_t(std::string name);
 
+    /// As it was given.
     [[nodiscard]] const std::string& Name() const noexcept { return name_; }
 
+    /// @{
+    /// Sends a message of the level, if it would reach a sink.
     template <typename... Args>
     void dbg(std::string_view format, const Args&... args) const {
         Write(Level::debug, format, args...);
@@ -52,6 +57,7 @@ public:
     void err(std::string_view format, const Args&... args) const {
         Write(Level::error, format, args...);
     }
+    /// @}
     /// The message, then ": " and what the exception says.
     template <typename... Args>
     void err(const std::exception& error, std::string_view format, const Args&... args) const {
@@ -74,6 +80,7 @@ private:
 /// if the scope was left after okNoMsg(). A scope left by an exception ends without a second line.
 class ZFSLIB_EXPORT trace_t {
 public:
+    /// Enters the scope. The section must outlive it.
     template <typename... Args>
     trace_t(const log_section_t& section, std::string_view format, const Args&... args)
         : section_(section) {

@@ -45,7 +45,7 @@ std::string Describe(Kind kind, int code) {
     case Kind::StatusLost:
         return "exit status lost, its outcome is unknown";
     case Kind::Stopped:
-        return "stopped, its outcome is unknown";
+        return "stopped by the host";
     }
     return "unknown kind " + util::str(static_cast<int>(kind));
 }
@@ -83,14 +83,14 @@ public:
 
     /// Reads some of what is there now; true when there was something: text, or the end of it.
     bool Read();
-    /// Reads what the child left behind.
+    /// Reads what is still in the pipe.
     void ReadRest();
 
     [[nodiscard]] const Descriptor& ReadEnd() const { return readEnd_; }
     [[nodiscard]] std::string& Text() { return text_; }
 
 private:
-    static constexpr std::size_t chunk = 32 * 1024;
+    static constexpr std::size_t chunk = 32768;
     Descriptor readEnd_;
     std::string text_;
 };
@@ -115,9 +115,9 @@ bool Stream::Read() {
 }
 
 void Stream::ReadRest() {
-    // A pipe holds a mebibyte at the most. More than that comes from a process that outlived the
-    // child, and such a one may go on for ever.
-    constexpr std::size_t mostReads = 2 * 1024 * 1024 / chunk;
+    // No pipe holds more than this. What goes on after it comes from a process that outlived the
+    // child, or from one that is to be killed, and may go on for ever.
+    constexpr std::size_t mostReads = 64;
     for (std::size_t i = 0; i < mostReads && Read(); ++i) {
     }
 }
@@ -148,33 +148,22 @@ void Streams::WaitForMore(std::chrono::microseconds pause) const {
 
 enum class Awaited { End, Deadline, Stop };
 
-/// Reads what the child writes until it has ended, or the deadline or the host's stop comes first.
-/// It is the child that is waited for, not the end of its pipes: a process that the child left
-/// behind may hold these open for ever.
-Awaited Await(ChildProcess& child, Streams& streams, Clock::time_point deadline, bool heedStop) {
+/// Reads what the child writes until it has ended, or the deadline or the host's stop comes first;
+/// what it wrote last may still be in the pipes. It is the child that is waited for, not the end of
+/// its pipes: a process that the child left behind may hold these open for ever.
+Awaited Await(ChildProcess& child, Streams& streams, Clock::time_point deadline) {
     Pause pause;
     for (;;) {
         if (streams.Read())
             pause.StartAgain();
-        if (child.HasEnded()) {
-            streams.output.ReadRest();
-            streams.error.ReadRest();
+        if (child.HasEnded())
             return Awaited::End;
-        }
-        if (heedStop && stopped)
+        if (stopped)
             return Awaited::Stop;
         if (Clock::now() >= deadline)
             return Awaited::Deadline;
         streams.WaitForMore(pause.Next());
     }
-}
-
-/// Kills the child with its group and reads on until it is dead. A tool that is stuck in the
-/// kernel survives even SIGKILL for a while, or for ever, and is left to later calls.
-void Kill(ChildProcess& child, Streams& streams) {
-    child.KillGroup();
-    if (Await(child, streams, Clock::now() + ChildProcess::killGrace, false) != Awaited::End)
-        child.Abandon();
 }
 
 /// One command, and how it is to be run.
@@ -261,9 +250,10 @@ Streams Run(const Command& command) {
         Fail(command, Kind::Stopped, 0);
     ChildProcess::ReapStragglers();
     Running running = StartOrFail(command);
-    const Awaited awaited = Await(running.child, running.streams, deadline, true);
-    if (awaited != Awaited::End)
-        Kill(running.child, running.streams);
+    const Awaited awaited = Await(running.child, running.streams, deadline);
+    running.streams.output.ReadRest();
+    running.streams.error.ReadRest();
+    // To fail destroys the child, which kills it with its group if it still runs.
     if (awaited == Awaited::Stop)
         Fail(command, Kind::Stopped, 0, std::move(running.streams));
     if (awaited == Awaited::Deadline)

@@ -15,6 +15,7 @@ namespace posix {
 /// "Command [zfs list x] failed: exit status 1: cannot open 'x': dataset does not exist".
 class ZFSLIB_EXPORT CCommandFailure : public std::runtime_error {
 public:
+    /// What went wrong; the code is that of GetCode.
     enum class Kind {
         CannotStart, ///< the program was not run (or the one that `sh` or `env` was to run); code:
                      ///< the errno value that tells why
@@ -26,16 +27,20 @@ public:
     };
 
     /// How much of standard error is kept, in bytes, counted from its end.
-    static constexpr std::size_t errorTextLimit = 64 * 1024;
+    static constexpr std::size_t errorTextLimit = std::size_t{64} * 1024;
 
+    /// The failure of `command`; of `errorText` the last `errorTextLimit` bytes are kept.
     CCommandFailure(std::string command, Kind kind, int code, std::string errorText,
                     std::string output);
     CCommandFailure(const CCommandFailure&) = default;
     CCommandFailure& operator=(const CCommandFailure&) = default;
     ~CCommandFailure() override;
 
+    /// What went wrong.
     [[nodiscard]] Kind GetKind() const noexcept { return kind_; }
+    /// The number that goes with the kind.
     [[nodiscard]] int GetCode() const noexcept { return code_; }
+    /// The command line: of a program without a shell, its words with a blank between them.
     [[nodiscard]] const std::string& GetCommand() const noexcept { return command_; }
     /// What the command wrote to standard error, at most the last `errorTextLimit` bytes.
     [[nodiscard]] const std::string& GetErrorText() const noexcept { return errorText_; }
@@ -53,7 +58,8 @@ private:
 /// Runs commands as child processes. A child has its own process group, standard input from
 /// /dev/null, no descriptor above 2, an empty signal mask with default dispositions, and the
 /// environment PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C in place of the host's. Any number of
-/// threads may run commands at once. Costs one child process a call.
+/// threads may run commands at once. Costs one child process a call. Its child
+/// is killed before a call throws, whatever that is: memory may run out, too.
 class ZFSLIB_EXPORT CSimpleCmdExec {
 public:
     /// Runs the command line through /bin/sh and returns what it wrote to standard output. What it
@@ -68,9 +74,9 @@ public:
     /// Starts `program` with `arguments`, no shell, and waits for it. `firstText` receives its
     /// standard error and `secondText` its standard output; with `mergeError` both go into
     /// `secondText`, in the order written. A program without a "/" is looked up in the directories
-    /// of the child's PATH. `timeoutSeconds` 0 waits for ever; otherwise the child's process group
-    /// is killed after that time. Returns the exit status, which is always 0. The texts are set
-    /// only on success. Errors: CCommandFailure.
+    /// of the child's PATH. `timeoutSeconds` 0 waits for ever (as does a negative one); otherwise
+    /// the child's process group is killed after that time. Returns the exit status, which is
+    /// always 0. The texts are set only on success. Errors: CCommandFailure.
     static int RunCommandAndGetOutput(const std::string& program,
                                       const std::vector<std::string>& arguments,
                                       std::string& firstText, std::string& secondText,

@@ -19,7 +19,8 @@ Entry LookUp(const char* kind, const std::string& name,
     if (name.find('\0') != std::string::npos) // the look-up would see another, shorter name
         throw exc::CRuntimeExc("Unknown %1: [%2].", kind, name);
     constexpr std::size_t firstSize = 1024;
-    constexpr std::size_t largestSize = 16 * 1024 * 1024; // a group of half a million members
+    constexpr std::size_t largestSize =
+        std::size_t{16} * 1024 * 1024; // a group of half a million members
     std::vector<char> buffer(firstSize);
     for (;;) {
         Entry entry{};

@@ -12,6 +12,7 @@ class ZFSLIB_EXPORT CUserInfo {
 public:
     /// Errors: exc::CRuntimeExc for an unknown name, or when the database cannot be read.
     explicit CUserInfo(const std::string& name);
+    /// The user's number.
     [[nodiscard]] uid_t GetUID() const noexcept { return uid_; }
 
 private:
@@ -23,6 +24,7 @@ class ZFSLIB_EXPORT CGroupInfo {
 public:
     /// Errors: exc::CRuntimeExc for an unknown name, or when the database cannot be read.
     explicit CGroupInfo(const std::string& name);
+    /// The group's number.
     [[nodiscard]] gid_t GetGID() const noexcept { return gid_; }
 
 private:

@@ -35,6 +35,10 @@ public:
     template <typename T, typename = std::enable_if_t<std::is_integral_v<T>>>
     FormatArgument(T value) // NOLINT(google-explicit-constructor)
         : owned_(str(value)), view_(owned_) {}
+    /// Without this, a floating-point number would be taken for a character.
+    template <typename T, typename = void, typename = std::enable_if_t<!std::is_integral_v<T>>,
+              typename = std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T>>>
+    FormatArgument(T value) = delete; // NOLINT(google-explicit-constructor)
     FormatArgument(const FormatArgument&) = delete;
     FormatArgument& operator=(const FormatArgument&) = delete;
 
@@ -76,7 +80,9 @@ ZFSLIB_EXPORT std::vector<std::string> split(std::string_view text);
 
 /// Whether the text is decimal digits and nothing else, at least one.
 ZFSLIB_EXPORT bool str_is_integer(std::string_view text);
+/// Whether the text begins with the prefix; every text begins with the empty one.
 ZFSLIB_EXPORT bool str_is_starts_with(std::string_view text, std::string_view prefix);
+/// Whether the text ends in the suffix; every text ends in the empty one.
 ZFSLIB_EXPORT bool str_is_finishes_with(std::string_view text, std::string_view suffix);
 /// Whether the two texts are equal when the case of the letters A to Z is ignored.
 ZFSLIB_EXPORT bool str_caseicmp(std::string_view a, std::string_view b);
@@ -86,12 +92,14 @@ ZFSLIB_EXPORT bool str_caseicmp(std::string_view a, std::string_view b);
 /// ("10E"), like anything beyond the range of a double, is no number. Nothing is consumed then.
 ZFSLIB_EXPORT std::optional<double> ConsumeDouble(std::string_view& text);
 
+/// @{
 /// `std::stoi`, `std::stoul` and `std::stod` in the classic locale: leading white space is
 /// skipped, trailing text ignored. Errors: std::invalid_argument without a number,
 /// std::out_of_range beyond the type; what() is "stoi", "stoul", "stod".
 ZFSLIB_EXPORT int StringToInt(std::string_view text);
 ZFSLIB_EXPORT unsigned long StringToUnsignedLong(std::string_view text);
 ZFSLIB_EXPORT double StringToDouble(std::string_view text);
+/// @}
 
 /// The number with six decimals, as printf's "%f" prints it in the "C" locale.
 ZFSLIB_EXPORT std::string DoubleToString(double value);

@@ -22,15 +22,13 @@ ChildProcess::ChildProcess(const std::string& path, std::vector<std::string> wor
 }
 
 ChildProcess::~ChildProcess() {
-    if (pid_.empty() || HasEnded())
+    if (HasEnded())
         return;
     KillGroup();
-    const auto deadline = std::chrono::steady_clock::now() + killGrace;
-    Pause pause;
-    while (!HasEnded() && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(pause.Next());
-    if (!ended_)
-        Abandon();
+    if (EndsWithin(std::chrono::seconds(1)))
+        return;
+    const std::lock_guard lock(stragglersMutex);
+    stragglers.splice(stragglers.end(), pid_);
 }
 
 bool ChildProcess::HasEnded() noexcept {
@@ -50,9 +48,12 @@ void ChildProcess::KillGroup() const noexcept {
     kill(pid_.front(), SIGKILL);
 }
 
-void ChildProcess::Abandon() noexcept {
-    const std::lock_guard lock(stragglersMutex);
-    stragglers.splice(stragglers.end(), pid_);
+bool ChildProcess::EndsWithin(std::chrono::seconds time) noexcept {
+    const auto deadline = std::chrono::steady_clock::now() + time;
+    Pause pause;
+    while (!HasEnded() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(pause.Next());
+    return ended_;
 }
 
 void ChildProcess::ReapStragglers() {

@@ -34,13 +34,12 @@ private:
 /// be seen by the host.
 class ChildProcess {
 public:
-    /// How long a killed child is waited for. One that hangs in the kernel takes longer to die.
-    static constexpr std::chrono::seconds killGrace{1};
-
     /// Starts the child; for the parameters and errors see Spawn.
     ChildProcess(const std::string& path, std::vector<std::string> words, const Descriptor& output,
                  const Descriptor& error);
-    /// Kills the group of a child that has not ended, and reaps the child.
+    /// Kills a child that has not ended, with its group, and reaps it. One that is stuck in the
+    /// kernel survives even SIGKILL for a while, or for ever: it is waited for a second, and left
+    /// to ReapStragglers.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -51,16 +50,15 @@ public:
     /// somebody else in the process, or dropped because the host ignores SIGCHLD.
     [[nodiscard]] std::optional<int> Status() const noexcept { return status_; }
 
-    void KillGroup() const noexcept;
-    /// Leaves the child to ReapStragglers.
-    void Abandon() noexcept;
-
-    /// Reaps those abandoned children that have ended since.
+    /// Reaps those of the children left to it that have ended since.
     static void ReapStragglers();
 
 private:
-    std::list<pid_t> pid_{
-        -1}; ///< of one, none when abandoned: its node moves without an allocation
+    void KillGroup() const noexcept;
+    [[nodiscard]] bool EndsWithin(std::chrono::seconds time) noexcept;
+
+    /// One id. In a list, because its node can be handed to the stragglers without an allocation.
+    std::list<pid_t> pid_{-1};
     std::optional<int> status_;
     bool ended_ = false;
 };

@@ -74,8 +74,9 @@ std::vector<int> PossibleDescriptors() {
     std::vector<int> numbers;
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/fd"), closedir);
     if (directory == nullptr) { // slow where a host may have very many, but it needs nothing
+        constexpr long whenUnlimited = 65536;
         const long limit = sysconf(_SC_OPEN_MAX);
-        for (int number = 0; number < limit; ++number)
+        for (int number = 0; number < (limit < 0 ? whenUnlimited : limit); ++number)
             numbers.push_back(number);
         return numbers;
     }
@@ -126,6 +127,7 @@ int CheckProgram(const std::string& path) {
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);
