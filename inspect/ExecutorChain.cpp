@@ -1,0 +1,53 @@
+#include "inspect/ExecutorChain.h"
+
+#include "executors/BatchingExecutor.h"
+#include "executors/RecordingExecutor.h"
+#include "executors/ReplayingExecutor.h"
+#include "inspect/Interruption.h"
+
+#include <utility>
+
+namespace inspect {
+namespace {
+
+using zfslib::CommandExecutor;
+
+/// Runs commands on this host. The recorder goes around the batches: what it writes are the single
+/// commands, which is what a replay is asked for.
+CommandExecutor LiveExecutor(const Options& options) {
+    CommandExecutor executor = zfslib::Executors::TimedChildProcessExecutor(options.timeoutSeconds);
+    if (options.batch > 1) {
+        zfslib::executors::BatchingOptions batching;
+        batching.namesPerCommand = options.batch;
+        executor = zfslib::executors::BatchingExecutor(std::move(executor), batching);
+    }
+    if (options.record)
+        executor = zfslib::executors::RecordingExecutor(std::move(executor), *options.record);
+    return executor;
+}
+
+/// Runs nothing more once the user wants the process to end, so that a library call which goes on
+/// after a failed command has no further one to wait for.
+CommandExecutor UntilInterrupted(CommandExecutor executor) {
+    return [executor = std::move(executor)](const std::string& command) {
+        Interruption::Check();
+        return executor(command);
+    };
+}
+
+} // namespace
+
+CommandExecutor InstallExecutors(const Options& options, Progress* progress) {
+    CommandExecutor executor = options.replay
+                                   ? zfslib::executors::Replayer(*options.replay).Executor()
+                                   : LiveExecutor(options);
+    executor = UntilInterrupted(std::move(executor));
+    if (progress != nullptr)
+        executor = progress->Watch(std::move(executor));
+    zfslib::Executors::SetDfExecutor(executor);
+    zfslib::Executors::SetZpoolExecutor(executor);
+    zfslib::Executors::SetProcessExecutor(executor);
+    return executor;
+}
+
+} // namespace inspect

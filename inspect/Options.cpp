@@ -1,0 +1,172 @@
+#include "inspect/Options.h"
+
+#include "inspect/Operands.h"
+#include "util/str.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <sstream>
+#include <string_view>
+
+namespace inspect {
+namespace {
+
+constexpr int usageError = 2;
+
+/// Options are made from the command line in this form; the rest of the program sees Options.
+struct CommandLine {
+    Options options;
+    std::vector<std::string> types;
+    bool allProperties = false;
+    bool changedProperties = false;
+};
+
+CLI::Validator Checked(std::string (*refused)(const std::string&)) {
+    return {[refused](std::string& operand) {
+                const std::string reason = refused(operand);
+                return reason.empty() ? reason : "[" + operand + "] is refused: " + reason;
+            },
+            ""};
+}
+
+std::string RefusedNumber(const std::string& text) {
+    return util::str_is_integer(text) ? "" : "it is not a number of digits alone";
+}
+
+/// Adds a command; its operands, if it takes any, are added by `AddOperands`.
+CLI::App* AddCommand(CLI::App& app, CommandLine& line, Command command, const std::string& name,
+                     const std::string& description) {
+    CLI::App* sub = app.add_subcommand(name, description)->group("Commands");
+    sub->fallthrough(); // the common options may also stand behind the command
+    sub->callback([&line, command] { line.options.command = command; });
+    return sub;
+}
+
+CLI::Option* AddOperands(CLI::App* sub, CommandLine& line, const std::string& name,
+                         const std::string& description,
+                         std::string (*refused)(const std::string&)) {
+    return sub->add_option(name, line.options.operands, description)
+        ->check(Checked(refused))
+        ->type_name("");
+}
+
+void AddCommonOptions(CLI::App& app, Options& options) {
+    app.set_version_flag("--version", "zfsinspect " ZFSINSPECT_VERSION);
+    CLI::Option* replay =
+        app.add_option("--replay", options.replay,
+                       "Answer from the recording FILE; no command is run on this host")
+            ->type_name("FILE");
+    app.add_option("--record", options.record,
+                   "Append every command and its answer to the recording FILE")
+        ->type_name("FILE")
+        ->excludes(replay);
+    app.add_option("--timeout", options.timeoutSeconds,
+                   "Kill a command that takes longer; 0: never (default 0)")
+        ->type_name("SECONDS")
+        ->check(Checked(RefusedNumber));
+    app.add_option("--batch", options.batch,
+                   "Ask for N datasets' properties at a time; 0: one by one, as --replay does "
+                   "(default 256)")
+        ->type_name("N")
+        ->check(Checked(RefusedNumber));
+    app.add_flag("--json", options.json, "Print one JSON document, sizes in bytes");
+    app.add_flag("--verbose", options.verbose, "Write the library's log to standard error");
+}
+
+void AddCommands(CLI::App& app, CommandLine& line) {
+    CLI::App* pools =
+        AddCommand(app, line, Command::Pools, "pools", "Show the pools: state, space and devices");
+    AddOperands(pools, line, "POOL", "Only these pools", RefusedPool);
+    pools->add_flag("--properties", line.allProperties, "Also show every property that was read");
+
+    AddCommand(app, line, Command::Tools, "tools", "Say whether the ZFS tools are installed");
+
+    CLI::App* datasets =
+        AddCommand(app, line, Command::Datasets, "datasets", "Show the datasets below ROOT");
+    AddOperands(datasets, line, "ROOT", "A pool or dataset", RefusedDataset)
+        ->expected(1)
+        ->required();
+    datasets->add_flag("--flat", line.options.flat, "A table sorted by name in place of the tree");
+    datasets
+        ->add_option("--type", line.types,
+                     "Only these, divided by commas; without filesystems there is no tree")
+        ->type_name("TYPE,...")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::IsMember({"filesystem", "snapshot", "volume"}));
+    CLI::Option* all = datasets->add_flag(
+        "--properties", line.allProperties,
+        "Also show every property that was read, the quotas and the user properties");
+    datasets
+        ->add_flag("--changed", line.changedProperties,
+                   "Also show the properties that a restore has to set again, and the quotas")
+        ->excludes(all);
+
+    AddOperands(AddCommand(app, line, Command::Volume, "volume", "Show a volume's pseudo device"),
+                line, "NAME", "A volume", RefusedDataset)
+        ->expected(1)
+        ->required();
+    AddOperands(AddCommand(app, line, Command::Locate, "locate",
+                           "Show the dataset and the pool that hold each PATH"),
+                line, "PATH", "Absolute paths", RefusedPath)
+        ->required();
+    AddCommand(app, line, Command::Importable, "importable", "List the pools that can be imported");
+}
+
+/// CLI11 takes an operand "[a,b]" apart, as a list; no name and no absolute path looks like that.
+void RefuseBrackets(int argc, const char* const* argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (!argument.empty() && argument.front() == '[' && argument.back() == ']')
+            throw CLI::ValidationError(std::string(argument) + " is refused: it is in brackets");
+    }
+}
+
+Options Finish(CommandLine&& line) {
+    Options options = std::move(line.options);
+    if (!line.types.empty())
+        options.types.clear();
+    for (const std::string& text : line.types) {
+        const auto type = zfslib::ZfsDataset::StringToType(text);
+        if (std::find(options.types.begin(), options.types.end(), type) == options.types.end())
+            options.types.push_back(type);
+    }
+    if (line.changedProperties)
+        options.properties = PropertyChoice::Changed;
+    else if (line.allProperties)
+        options.properties = PropertyChoice::Read;
+    return options;
+}
+
+NothingToDo FromError(const CLI::App& app, const CLI::ParseError& error) {
+    std::ostringstream output;
+    std::ostringstream ignored;
+    if (app.exit(error, output, ignored) == 0)
+        return {0, output.str()};
+    if (app.get_subcommands().empty() && error.get_name() == "RequiredError")
+        return {usageError, app.remaining().empty()
+                                ? "a command is missing"
+                                : "[" + app.remaining().front() + "] is no command or option"};
+    return {usageError, error.what()};
+}
+
+} // namespace
+
+std::variant<Options, NothingToDo> ParseCommandLine(int argc, const char* const* argv) {
+    CommandLine line;
+    CLI::App app("Shows what the ZFS tools of this host, or of a recorded one, say.", "zfsinspect");
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.require_subcommand(1);
+    AddCommonOptions(app, line.options);
+    AddCommands(app, line);
+    try {
+        RefuseBrackets(argc, argv);
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return FromError(app, error);
+    }
+    return Finish(std::move(line));
+}
+
+} // namespace inspect

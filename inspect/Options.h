@@ -1,0 +1,46 @@
+#pragma once
+
+#include "zfstools/ZfsDataset.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace inspect {
+
+enum class Command { Pools, Tools, Datasets, Volume, Locate, Importable };
+
+/// Which properties are asked for.
+enum class PropertyChoice { None, Read, Changed };
+
+/// The command line, checked.
+struct Options {
+    std::optional<std::string> replay; ///< answers come from this recording
+    std::optional<std::string> record; ///< commands and answers are appended to this recording
+    int timeoutSeconds = 0;            ///< for each command; 0 waits for ever
+    std::size_t batch = 256;           ///< datasets per `zfs get all`; 0 and 1: no batching
+    bool json = false;
+    bool verbose = false;
+
+    Command command = Command::Pools;
+    /// Pools, one root, one volume or paths, as the command takes them.
+    std::vector<std::string> operands;
+    PropertyChoice properties = PropertyChoice::None;
+    bool flat = false;
+    /// The types of datasets that are asked for, without repetition.
+    std::vector<zfslib::ZfsDataset::Type> types = {
+        zfslib::ZfsDataset::filesystem, zfslib::ZfsDataset::snapshot, zfslib::ZfsDataset::volume};
+};
+
+/// Why there is nothing to do: help or the version was asked for, or the command line is wrong.
+struct NothingToDo {
+    int exitStatus = 0;
+    std::string message; ///< for standard output when the status is 0, else what is wrong
+};
+
+[[nodiscard]] std::variant<Options, NothingToDo> ParseCommandLine(int argc,
+                                                                  const char* const* argv);
+
+} // namespace inspect

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "zfstools/Tools.h"
+#include "zfstools/ZfsDataset.h"
+#include "zfstools/Zpool.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+/// What the commands find out, before it is put into words: the text and the JSON are made from
+/// these alone.
+namespace inspect {
+
+/// A property that is to be shown.
+struct PropertyEntry {
+    std::string name;
+    std::string text;                   ///< of the value; of a failed one, what the tool printed
+    std::optional<std::uint64_t> bytes; ///< the value of a size
+    std::string source;                 ///< as the tool printed it
+    std::string inheritedFrom;          ///< empty when it is not inherited
+    bool failed = false;                ///< the text was not understood
+};
+
+struct PoolEntry {
+    zfslib::Zpool pool;
+    /// Bytes with the deduplication correction; what cannot be computed is missing, for the reason
+    /// in `spaceError`.
+    std::optional<std::uint64_t> size;
+    std::optional<std::uint64_t> allocated;
+    std::optional<std::uint64_t> available;
+    std::string spaceError;
+    std::vector<PropertyEntry> properties;
+};
+
+struct PoolsReport {
+    bool withProperties = false;
+    std::vector<PoolEntry> pools;
+};
+
+struct ToolsReport {
+    bool installed = false;
+};
+
+struct DatasetEntry {
+    zfslib::ZfsDataset dataset;
+    std::string label; ///< what a tree calls it: the name of the root, a key below that
+    std::size_t depth = 0;
+    /// It stands only for the place of others: it is of a type that was not asked for.
+    bool isPlaceholder = false;
+};
+
+/// What is to be shown of one dataset's properties.
+struct DatasetProperties {
+    std::vector<PropertyEntry> native;
+    std::vector<PropertyEntry> user;
+    std::vector<PropertyEntry> quotas;
+};
+
+struct DatasetsReport {
+    std::string root;
+    bool withProperties = false;
+    bool onlyChanged = false;
+    std::vector<DatasetEntry> datasets; ///< in the order in which they are shown
+    std::vector<std::string> warnings;
+
+    /// The properties of one of the datasets that are to be shown.
+    [[nodiscard]] DatasetProperties Properties(const zfslib::ZfsDataset& dataset) const;
+};
+
+struct VolumeReport {
+    std::string volume;
+    std::string device;
+    bool found = false; ///< else the device is a stand-in
+};
+
+struct LocatedPath {
+    std::string path;
+    std::string dataset; ///< empty when the path is not on ZFS, or nobody knows
+    std::string pool;
+    std::string error; ///< why nobody knows
+};
+
+struct LocateReport {
+    std::vector<LocatedPath> paths;
+};
+
+struct ImportableReport {
+    std::vector<zfslib::Pool4Import> pools;
+};
+
+using Report = std::variant<PoolsReport, ToolsReport, DatasetsReport, VolumeReport, LocateReport,
+                            ImportableReport>;
+
+} // namespace inspect

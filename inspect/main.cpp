@@ -1,0 +1,125 @@
+#include "inspect/Escape.h"
+#include "inspect/ExecutorChain.h"
+#include "inspect/Gather.h"
+#include "inspect/Interruption.h"
+#include "inspect/JsonView.h"
+#include "inspect/Options.h"
+#include "inspect/Progress.h"
+#include "inspect/TextView.h"
+#include "logging/logging.h"
+#include "util/str.h"
+
+#include <algorithm>
+#include <exception>
+#include <fcntl.h>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <variant>
+
+namespace {
+
+using namespace inspect;
+
+void PrintError(std::string_view message) {
+    std::cerr << "zfsinspect: " + Escape(Fold(message)) + "\n";
+}
+
+/// Opens what the caller closed of the first three descriptors, for reading: a recording must not
+/// become the standard output, and writing to a closed one stays the failure it is.
+void OccupyStandardDescriptors() {
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO)
+        descriptor = open("/dev/null", O_RDONLY);
+    if (descriptor >= 0)
+        close(descriptor);
+}
+
+void LogToStandardError() {
+    logging::SetSink(
+        [](logging::Level level, const std::string& section, const std::string& message) {
+            static constexpr const char* names[] = {"debug", "info", "warning", "error"};
+            const std::string prefix = names[static_cast<int>(level)] + (" " + section + ": ");
+            std::string lines;
+            std::string_view rest = message;
+            do {
+                const std::string_view line = rest.empty() ? rest : util::ConsumeLine(rest);
+                lines += prefix + Escape(line) + "\n";
+            } while (!rest.empty());
+            std::cerr << lines;
+        });
+}
+
+Report GatherUnlessInterrupted(const Options& options) {
+    std::optional<Progress> progress;
+    if (isatty(STDERR_FILENO) != 0 && !options.verbose)
+        progress.emplace(std::cerr);
+    const zfslib::CommandExecutor executor =
+        InstallExecutors(options, progress ? &*progress : nullptr);
+    const Interruption interruption;
+    Report report = Gather(options, executor);
+    Interruption::Check();
+    return report;
+}
+
+void PrintWarnings(const Report& report) {
+    if (const auto* datasets = std::get_if<DatasetsReport>(&report))
+        for (const std::string& warning : datasets->warnings)
+            PrintError("warning: " + warning);
+}
+
+void FlushOutput() {
+    if (!std::cout.flush())
+        throw std::runtime_error("cannot write to standard output");
+}
+
+/// A path that could not be told is a failure, but only after all of them were answered.
+void CheckLocations(const LocateReport& report) {
+    const auto count = std::count_if(report.paths.begin(), report.paths.end(),
+                                     [](const LocatedPath& path) { return path.dataset.empty(); });
+    if (count != 0)
+        throw std::runtime_error(
+            util::str_format("%1 of %2 paths not found on ZFS", count, report.paths.size()));
+}
+
+int Run(int argc, const char* const* argv) {
+    const auto parsed = ParseCommandLine(argc, argv);
+    if (const auto* nothing = std::get_if<NothingToDo>(&parsed)) {
+        if (nothing->exitStatus != 0)
+            PrintError(nothing->message + " (see zfsinspect --help)");
+        else
+            std::cout << nothing->message;
+        FlushOutput();
+        return nothing->exitStatus;
+    }
+    const Options& options = std::get<Options>(parsed);
+    if (options.verbose)
+        LogToStandardError();
+    const Report report = GatherUnlessInterrupted(options);
+    PrintWarnings(report);
+    if (options.json)
+        PrintJson(std::cout, report);
+    else
+        PrintText(std::cout, report);
+    FlushOutput();
+    if (const auto* locations = std::get_if<LocateReport>(&report))
+        CheckLocations(*locations);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        OccupyStandardDescriptors();
+        return Run(argc, argv);
+    } catch (const std::exception& error) {
+        if (const int signal = Interruption::Signal())
+            Interruption::EndBy(signal);
+        PrintError(logging::Describe(error));
+        return 1;
+    }
+}

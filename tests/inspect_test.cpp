@@ -1,0 +1,448 @@
+// zfsinspect, run as a child on recordings, and its parts.
+
+#include "executors/Recording.h"
+#include "inspect/Escape.h"
+#include "inspect/Gather.h"
+#include "inspect/Interruption.h"
+#include "inspect/Operands.h"
+#include "inspect/Progress.h"
+#include "inspect/Size.h"
+#include "posix/CSimpleCmdExec.h"
+
+#include <csignal>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <unistd.h>
+
+using namespace inspect;
+using posix::CCommandFailure;
+using posix::CSimpleCmdExec;
+using testing::HasSubstr;
+
+namespace {
+
+struct Outcome {
+    int status = 0;
+    std::string out;
+    std::string err;
+};
+
+Outcome RunProgram(const std::string& program, const std::vector<std::string>& arguments) {
+    Outcome outcome;
+    try {
+        CSimpleCmdExec::RunCommandAndGetOutput(program, arguments, outcome.err, outcome.out, false,
+                                               60);
+    } catch (const CCommandFailure& failure) {
+        EXPECT_EQ(CCommandFailure::Kind::ExitStatus, failure.GetKind()) << failure.what();
+        outcome = {failure.GetCode(), failure.GetOutput(), failure.GetErrorText()};
+    }
+    return outcome;
+}
+
+Outcome Inspect(const std::vector<std::string>& arguments) {
+    return RunProgram(ZFSINSPECT, arguments);
+}
+
+/// On one of the hosts in recordings/, or on a recording of the test's own.
+Outcome Replay(const std::string& recording, std::vector<std::string> arguments) {
+    const bool isPath = recording.find('/') != std::string::npos;
+    const std::string path =
+        isPath ? recording : std::string(ZFSLIB_RECORDINGS) + "/" + recording + ".rec";
+    arguments.insert(arguments.begin(), {"--replay", path});
+    return Inspect(arguments);
+}
+
+nlohmann::json ReplayJson(const std::string& recording, std::vector<std::string> arguments) {
+    arguments.emplace_back("--json");
+    return nlohmann::json::parse(Replay(recording, arguments).out);
+}
+
+std::string Join(const nlohmann::json& array, const std::string& field) {
+    std::string text;
+    for (const auto& element : array)
+        text += (text.empty() ? "" : " ") + element.at(field).get<std::string>();
+    return text;
+}
+
+/// A file of the test that is gone at its end.
+class TestFile {
+public:
+    explicit TestFile(const std::string& name)
+        : path_(testing::TempDir() + std::to_string(getpid()) + name) {
+        std::remove(path_.c_str());
+    }
+    ~TestFile() { std::remove(path_.c_str()); }
+    TestFile(const TestFile&) = delete;
+    TestFile& operator=(const TestFile&) = delete;
+    const std::string& Path() const { return path_; }
+    bool Exists() const { return std::ifstream(path_).good(); }
+    void Record(const std::string& command, const std::string& output) const {
+        std::ofstream(path_, std::ios::app) << zfslib::executors::FormatExchange(
+            {"/usr/bin/env -i " + command, output, std::nullopt});
+    }
+
+private:
+    std::string path_;
+};
+
+const std::string list = "zfs list -rH -o name,avail,used,usedrefreserv -t ";
+
+} // namespace
+
+TEST(Inspect, ShowsPoolsAsTextAndJson) {
+    EXPECT_EQ(R"(tank  DEGRADED
+    size       144M
+    allocated  6.66M
+    available  137M
+    devices
+        mirror-0  mirror
+            sda
+            sdb
+    logs
+        sdc       disk
+    caches
+        sdd       disk
+    spares
+        sde       disk
+        sdf       disk
+)",
+              Replay("mirror-host", {"pools", "tank"}).out);
+    EXPECT_THAT(Replay("mirror-host", {"pools", "--properties"}).out,
+                testing::AllOf(HasSubstr("\n        delegation     on                   default\n"),
+                               HasSubstr("default  (not understood)\n")));
+
+    const auto json = ReplayJson("solaris-host", {"pools", "--properties"}).at("pools");
+    EXPECT_EQ("rpool tank", Join(json, "name"));
+    const auto& tank = json.at(1); // dedupratio 1.07x: twice 10.9T fits, 1.07 times 3.77T is there
+    EXPECT_EQ(11984676742758, tank.at("rawSize"));
+    EXPECT_EQ(23969353485516, tank.at("size"));
+    EXPECT_EQ(4435319955285, tank.at("allocated"));
+    EXPECT_EQ(19534033530231, tank.at("available"));
+    EXPECT_EQ(R"([{"devices":["c3t0d0","c3t1d0"],"name":"mirror-1","type":"mirror"}])",
+              tank.at("logs").dump());
+    EXPECT_EQ("c2t6d0 c2t7d0", Join(tank.at("spares"), "name"));
+    EXPECT_EQ(
+        R"({"failed":false,"inheritedFrom":null,"name":"readonly","source":"-","value":"off"})",
+        tank.at("properties").at(0).dump());
+}
+
+TEST(Inspect, SaysWhichSpaceCannotBeComputed) {
+    const TestFile host("space.rec");
+    host.Record("zpool list -o name,size,alloc", "NAME SIZE ALLOC\nt 1G 1M\n");
+    host.Record("zpool status t", " state: ONLINE\n");
+    host.Record("zpool get all t", "H\nt dedupratio many -\n");
+    EXPECT_THAT(Replay(host.Path(), {"pools"}).out, HasSubstr("\n    size       unknown: Error, "));
+    const auto pool = ReplayJson(host.Path(), {"pools"}).at("pools").at(0);
+    EXPECT_TRUE(pool.at("available").is_null());
+    EXPECT_THAT(pool.at("spaceError"), HasSubstr("[dedupratio]:[many]"));
+}
+
+TEST(Inspect, ShowsDatasetsAsTree) {
+    const std::string tree = R"(NAME                      TYPE         USED  AVAIL
+rpool                     filesystem  61.3G   212G
+    ROOT                  filesystem  9.72G   212G
+        solaris           filesystem  9.72G   212G
+            @install      snapshot    84.6M      -
+            var           filesystem  1.17G   212G
+                @install  snapshot     133M      -
+    dump                  volume        16G   212G
+    export                filesystem  2.41G   212G
+        home              filesystem  2.41G   212G
+            admin         filesystem  2.41G  7.59G
+    legacy                filesystem    31K   212G
+    swap                  volume        33G   228G
+)";
+    const Outcome outcome = Replay("solaris-host", {"datasets", "rpool"});
+    EXPECT_EQ(tree, outcome.out);
+    EXPECT_EQ("", outcome.err);
+    const auto flat =
+        ReplayJson("solaris-host", {"datasets", "rpool", "--type", "volume,snapshot"});
+    EXPECT_EQ("rpool/ROOT/solaris/var@install rpool/ROOT/solaris@install rpool/dump rpool/swap",
+              Join(flat.at("datasets"), "name"));
+    const auto& snapshot = flat.at("datasets").at(1);
+    EXPECT_EQ("rpool/ROOT/solaris", snapshot.at("parent"));
+    EXPECT_EQ(88709529, snapshot.at("used"));
+    EXPECT_TRUE(snapshot.at("available").is_null());
+    EXPECT_EQ("org.opensolaris.libbe:uuid", Join(snapshot.at("userProperties"), "name"));
+}
+
+TEST(Inspect, OrdersTreesOfAnyRoot) {
+    const struct {
+        std::string root;
+        std::vector<std::string> names;
+        std::string tree;
+    } rows[] = {
+        {"t", {}, ""},
+        {"t", {"t/b", "t", "t@s", "t/a/c", "t/a"}, "t(@s a(c) b)"},
+        {"t/d", {"t/d/x@s", "t/d/x", "t/d", "t/d@s"}, "t/d(@s x(@s))"},
+        {"t/d@s", {"t/d@s"}, "t/d@s"},
+        {"t", {"t", "t/v@1", "t/v@2", "t/v/w/x"}, "t(v!(@1 @2 w!(x)))"},
+        {"t/d", {"t/d/x", "t/d/y"}, "t/d!(x y)"},
+    };
+    for (const auto& row : rows) {
+        std::vector<zfslib::ZfsDataset> datasets;
+        for (const std::string& name : row.names)
+            datasets.emplace_back().name = name;
+        std::string tree;
+        std::size_t depth = 0;
+        for (const DatasetEntry& entry : OrderAsTree(std::move(datasets), row.root)) {
+            tree += std::string(depth > entry.depth ? depth - entry.depth : 0, ')');
+            tree += entry.depth > depth ? "(" : tree.empty() ? "" : " ";
+            tree += entry.label + (entry.isPlaceholder ? "!" : "");
+            depth = entry.depth;
+        }
+        EXPECT_EQ(row.tree, tree + std::string(depth, ')')) << row.tree;
+    }
+    zfslib::ZfsDataset stranger;
+    stranger.name = "tank";
+    EXPECT_THROW(static_cast<void>(OrderAsTree({stranger}, "t")), std::runtime_error);
+}
+
+TEST(Inspect, ShowsWhatARestoreHasToSetAgain) {
+    const TestFile host("changed.rec");
+    host.Record(list + "filesystem t/d", "t/d\t1K\t1K\t0\n");
+    host.Record(list + "snapshot t/d", "t/d@s\t-\t0\t-\n");
+    host.Record(list + "volume t/d", "");
+    host.Record("zfs get all t/d", "H\nt/d atime on local\nt/d exec on received\n"
+                                   "t/d setuid on inherited from t\nt/d xattr on default\n"
+                                   "t/d devices on inherited from t/d\nt/d mounted yes -\n"
+                                   "t/d utf8only off -\nt/d encryption aes-256-gcm -\n"
+                                   "t/d readonly on temporary\nt/d copies 2 unheard-of\n"
+                                   "t/d refreservation 1.5K local\nt/d canmount maybe local\n"
+                                   "t/d z:own 1 local\nt/d a:outer 2 inherited from t\n");
+    host.Record("zfs get all t/d@s", "H\nt/d@s volsize 1G local\nt/d@s z:own 3 local\n"
+                                     "t/d@s a:b 4 inherited from t/d\n");
+    host.Record("zfs userspace t/d", "TYPE NAME USED QUOTA SOURCE\nPOSIX User 7 1K 5M local\n"
+                                     "POSIX User 8 1K none local\n");
+    const Outcome outcome = Replay(host.Path(), {"datasets", "t/d", "--changed"});
+    EXPECT_EQ(R"(NAME    TYPE        USED  AVAIL
+t/d     filesystem    1K     1K
+        encryption      aes-256-gcm  -                 (not understood)
+        canmount        maybe        local             (not understood)
+        refreservation  1.50K        local
+        atime           on           local
+        copies          2            unheard-of
+        exec            on           received
+        setuid          on           inherited from t
+        a:outer         2            inherited from t
+        z:own           1            local
+        userquota@7     5M
+    @s  snapshot       0      -
+            z:own  3  local
+)",
+              outcome.out);
+    EXPECT_EQ("zfsinspect: warning: Failed to read ZFS group quota for [t/d]. This property will "
+              "not be restored.\n",
+              outcome.err);
+
+    const auto json = ReplayJson(host.Path(), {"datasets", "t/d", "--properties"});
+    EXPECT_EQ(1, json.at("warnings").size());
+    const auto& dataset = json.at("datasets").at(0);
+    EXPECT_EQ("encryption utf8only canmount mounted refreservation atime copies devices exec "
+              "readonly setuid xattr",
+              Join(dataset.at("properties"), "name"));
+    EXPECT_EQ(
+        R"({"failed":true,"inheritedFrom":null,"name":"canmount","source":"local","value":"maybe"})",
+        dataset.at("properties").at(2).dump());
+    EXPECT_EQ(1536, dataset.at("properties").at(4).at("bytes"));
+    EXPECT_EQ("t/d", dataset.at("properties").at(7).at("inheritedFrom"));
+    EXPECT_EQ(R"([{"name":"userquota@7","value":"5M"}])", dataset.at("quotas").dump());
+}
+
+TEST(Inspect, AnswersTheSmallQuestions) {
+    const std::string located = "/export/home/x  dataset rpool/export/home  pool rpool\n"
+                                "/tmp            not on ZFS\n";
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string out;
+    } rows[] = {
+        {{"tools"}, 0, "The ZFS tools are installed.\n"},
+        {{"volume", "tank/vol"}, 0, "/devices/pseudo/zfs@0:3c\n"},
+        {{"volume", "tank/gone"}, 0, "pseudo@zfs\n"},
+        {{"importable"}, 0, "depot  9035714406219357228\nvault  14420871362905518467\n"},
+        {{"locate", "/export/home/x", "/tmp"}, 1, located},
+        {{"--version"}, 0, "zfsinspect " ZFSINSPECT_VERSION "\n"},
+    };
+    for (const auto& row : rows) {
+        const Outcome outcome = Replay("solaris-host", row.arguments);
+        EXPECT_EQ(row.out, outcome.out) << row.arguments[0];
+        EXPECT_EQ(row.status, outcome.status) << row.arguments[0];
+    }
+    EXPECT_EQ(R"({"device":"pseudo@zfs","found":false,"volume":"tank/gone"})",
+              ReplayJson("solaris-host", {"volume", "tank/gone"}).dump());
+    EXPECT_EQ(R"({"paths":[{"dataset":null,"error":null,"path":"/tmp","pool":null}]})",
+              ReplayJson("solaris-host", {"locate", "/tmp"}).dump());
+    EXPECT_EQ(R"({"installed":false})", ReplayJson("mirror-host", {"tools"}).dump());
+}
+
+TEST(Inspect, FailsWithOneLineAndRunsNothingAfterAUsageError) {
+    const TestFile recording("unwritten.rec");
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string reason;
+    } rows[] = {
+        {{}, 2, "a command is missing"},
+        {{"pool"}, 2, "[pool] is no command"},
+        {{"pools", "--propertys"}, 2, "--propertys"},
+        {{"pools", "a b"}, 2, "white space"},
+        {{"pools", "[tank]"}, 2, "brackets"},
+        {{"datasets"}, 2, "ROOT is required"},
+        {{"datasets", "tank;reboot"}, 2, "[tank;reboot] is refused"},
+        {{"datasets", "tank", "--type", "pool"}, 2, "pool not in"},
+        {{"datasets", "tank", "--changed", "--properties"}, 2, "excludes"},
+        {{"volume", "tank/\x1b[2J\n"}, 2, "[tank/\\e[2J ] is refused"},
+        {{"volume", std::string(10000, 'a')}, 2, "longer than 255"},
+        {{"locate", "/a", "b"}, 2, "[b] is refused: the path is not absolute"},
+        {{"--timeout", "-1", "tools"}, 2, "digits"},
+        {{"--replay", "x", "tools"}, 2, "excludes"},
+        {{"datasets", "nosuch"}, 1, "zfs"},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> arguments = {"--record", recording.Path()};
+        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+        const Outcome outcome = Inspect(arguments);
+        EXPECT_EQ(row.status, outcome.status) << row.reason;
+        EXPECT_EQ("", outcome.out) << row.reason;
+        EXPECT_THAT(outcome.err, testing::StartsWith("zfsinspect: ")) << row.reason;
+        EXPECT_THAT(outcome.err, HasSubstr(row.reason));
+        EXPECT_EQ(outcome.err.size() - 1, outcome.err.find('\n')) << row.reason;
+        EXPECT_EQ(row.status == 1, recording.Exists()) << row.reason;
+    }
+    const Outcome missing = Replay("mirror-host", {"pools", "tank", "nosuch"});
+    EXPECT_EQ(1, missing.status);
+    EXPECT_EQ("zfsinspect: no such pool: [nosuch]\n", missing.err);
+    EXPECT_EQ("", missing.out);
+}
+
+TEST(Inspect, SendsNothingFromOutsideRaw) {
+    const TestFile host("hostile.rec");
+    const std::string name = "t/\x1b]0;x\x07\x9b"
+                             "2J\xe2\x80\xae";
+    host.Record(list + "filesystem t", "t\t1K\t1K\t0\n" + name + "\t1K\t1K\t0\n");
+    host.Record("zfs get all t", "H\n");
+    host.Record("zfs get all " + name, "H\nn \x1b:p \x1b[31mred local\n");
+    for (const char* option : {"--verbose", "--json", "--changed", "--flat"}) {
+        const Outcome outcome =
+            Replay(host.Path(), {"datasets", "t", option, "--type", "filesystem"});
+        EXPECT_EQ(0, outcome.status) << outcome.err;
+        const std::string all = outcome.out + outcome.err;
+        EXPECT_EQ(std::string::npos, all.find_first_of("\x1b\x07\x9b\xe2")) << option << all;
+        EXPECT_THAT(outcome.err, HasSubstr("for [t/\\e]0;x\\x07\\x9b2J\\xe2\\x80\\xae]."))
+            << option;
+    }
+}
+
+TEST(Inspect, ReplaysWhatItRecorded) {
+    const TestFile recording("recorded.rec");
+    const Outcome live = Inspect({"--record", recording.Path(), "tools"});
+    const auto exchanges = zfslib::executors::ReadRecording(recording.Path());
+    ASSERT_EQ(1, exchanges.size());
+    EXPECT_EQ("/usr/bin/env -i pkginfo SUNWzfsu", exchanges[0].command);
+    EXPECT_EQ(live.out, Replay(recording.Path(), {"tools"}).out);
+    EXPECT_EQ(0, live.status);
+}
+
+TEST(Inspect, FailsWhenStandardOutputIsClosed) {
+    const TestFile recording("closed.rec");
+    const Outcome outcome = RunProgram("/bin/sh", {"-c", "exec \"$@\" >&-", "sh", ZFSINSPECT,
+                                                   "--record", recording.Path(), "tools"});
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ("zfsinspect: cannot write to standard output\n", outcome.err);
+    EXPECT_EQ(1, zfslib::executors::ReadRecording(recording.Path()).size()); // no text went there
+}
+
+TEST(InspectParts, EndBySignalAfterTheirChildren) {
+    const auto interrupted = [] {
+        std::signal(SIGINT, SIG_DFL);
+        std::signal(SIGHUP, SIG_IGN);
+        const Interruption interruption;
+        std::raise(SIGHUP);
+        if (Interruption::Signal() != 0)
+            return;
+        try {
+            CSimpleCmdExec::RunCommand("echo $$; kill -INT $PPID; exec sleep 100");
+        } catch (const CCommandFailure& failure) {
+            const pid_t child = std::stoi(failure.GetOutput());
+            if (failure.GetKind() == CCommandFailure::Kind::Stopped && kill(-child, 0) != 0 &&
+                Interruption::Signal() == SIGINT)
+                Interruption::EndBy(SIGINT);
+        }
+    };
+    EXPECT_EXIT(interrupted(), testing::KilledBySignal(SIGINT), "");
+}
+
+TEST(InspectParts, DrawProgressOnOneLineAndEraseIt) {
+    std::ostringstream terminal;
+    const std::string longName = "t/\x1b" + std::string(200, 'n');
+    {
+        Progress progress(terminal);
+        const auto executor =
+            progress.Watch([&](const std::string&) { return "t\n" + longName + "\n"; });
+        executor("/usr/bin/env -i zfs get all before");
+        executor("/usr/bin/env -i " + list + "volume t");
+        executor("/usr/bin/env -i zfs userspace t");
+        EXPECT_EQ("", terminal.str());
+        executor("/usr/bin/env -i zfs get all " + longName);
+        EXPECT_EQ("volume 1 of 2: t/\\e" + std::string(60, 'n'), terminal.str());
+    }
+    EXPECT_THAT(terminal.str(), testing::EndsWith("n\r" + std::string(79, ' ') + "\r"));
+}
+
+TEST(InspectParts, EscapeAndFold) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"plain ~", "plain ~"},
+        {"\n\t\r\x1b\x01\x7f", R"(\n\t\r\e\x01\x7f)"},
+        {R"(\n)", R"(\\n)"},
+        {"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", "é€😀"},
+        {"\x80\x9b\xff", R"(\x80\x9b\xff)"},
+        {"\xc2\x9b\xc2\xa0", "\\xc2\\x9b\xc2\xa0"},
+        {"\xe2\x80\xaa\xe2\x80\xae", R"(\xe2\x80\xaa\xe2\x80\xae)"},
+        {"\xe2\x81\xa6\xe2\x81\xa9", R"(\xe2\x81\xa6\xe2\x81\xa9)"},
+        {"\xe2\x80\xaf\xe2\x81\xa5", "\xe2\x80\xaf\xe2\x81\xa5"},
+        {"\xc0\xaf", R"(\xc0\xaf)"},
+        {"\xe0\x9f\xbf", R"(\xe0\x9f\xbf)"},
+        {"\xed\xa0\x80", R"(\xed\xa0\x80)"},
+        {"\xf4\x90\x80\x80", R"(\xf4\x90\x80\x80)"},
+        {"\xe2\x82", R"(\xe2\x82)"},
+        {"\xe2\x82x", R"(\xe2\x82x)"},
+        {"", ""},
+        {std::string(1, '\0'), R"(\x00)"},
+    };
+    for (const auto& [text, escaped] : rows)
+        EXPECT_EQ(escaped, Escape(text)) << escaped;
+    EXPECT_EQ(3, Columns("é€😀"));
+    EXPECT_EQ("é€", CutToColumns("é€😀", 2));
+    EXPECT_EQ("a: b c", Fold("\na:\r\n\n b \nc\n"));
+    const std::string cut = Fold(std::string(5000, 'h') + std::string(500, 't'));
+    EXPECT_EQ(std::string(1500, 'h') + " ... " + std::string(500, 't'), cut);
+}
+
+TEST(InspectParts, FormatSizesLikeTheTools) {
+    const std::pair<std::uint64_t, const char*> rows[] = {
+        {0, "0"},           {1023, "1023"},      {1024, "1K"},        {1536, "1.50K"},
+        {10500, "10.3K"},   {13946060, "13.3M"}, {150994944, "144M"}, {1048575, "1024K"},
+        {1ULL << 60, "1E"}, {~0ULL, "16.0E"},
+    };
+    for (const auto& [bytes, text] : rows)
+        EXPECT_EQ(text, FormatSize(bytes)) << bytes;
+}
+
+TEST(InspectParts, CheckOperands) {
+    for (const char* good : {"tank", "Big-Pool_1.x:y", "t/a.b/0", "t/d@2026-11-20", "a@s"})
+        EXPECT_EQ("", RefusedDataset(good)) << good;
+    for (const char* bad :
+         {"",    "/",    "1a",  "-a",  "@s",  "a/",  "/a",    "a//b",     "a/b@", "a@b@c", "a@b/c",
+          "a b", "a\tb", "a;b", "a$b", "a'b", "a%b", "a\x1b", "\xc3\xa9", "a/..", "a/./b", "a@.."})
+        EXPECT_NE("", RefusedDataset(bad)) << bad;
+    EXPECT_EQ("", RefusedDataset("t/" + std::string(253, 'a')));
+    EXPECT_NE("", RefusedDataset("t/" + std::string(254, 'a')));
+    EXPECT_EQ("", RefusedPool("tank"));
+    for (const char* bad : {"tank/a", "tank@a", "", "2"})
+        EXPECT_NE("", RefusedPool(bad)) << bad;
+    EXPECT_EQ("", RefusedPath("/a b;$(c)\n"));
+    EXPECT_NE("", RefusedPath(""));
+}
