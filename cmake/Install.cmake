@@ -1,6 +1,12 @@
-install(TARGETS zfslib EXPORT zfslibTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    INCLUDES DESTINATION ${ZFSLIB_INCLUDE_DIR})
+# What `cmake --install` gives: the library, its public headers, and what find_package and
+# pkg-config need. A project that takes this one in by add_subdirectory installs nothing of it
+# unless it says so.
+option(ZFSLIB_INSTALL "Install the library, its headers and package files" ${PROJECT_IS_TOP_LEVEL})
+if(NOT ZFSLIB_INSTALL)
+    return()
+endif()
+
+install(TARGETS zfslib EXPORT zfslibTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(folder IN ITEMS platform zfstools executors)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${ZFSLIB_INCLUDE_DIR}
         FILES_MATCHING PATTERN "*.h" PATTERN "internal" EXCLUDE)
@@ -11,10 +17,21 @@ set(ZFSLIB_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/zfslib)
 install(EXPORT zfslibTargets NAMESPACE zfslib:: FILE zfslibTargets.cmake
     DESTINATION ${ZFSLIB_PACKAGE_DIR})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/zfslibConfig.cmake.in
-    ${PROJECT_BINARY_DIR}/zfslibConfig.cmake INSTALL_DESTINATION ${ZFSLIB_PACKAGE_DIR})
+    ${PROJECT_BINARY_DIR}/zfslibConfig.cmake
+    INSTALL_DESTINATION ${ZFSLIB_PACKAGE_DIR}
+    NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/zfslibConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
-configure_file(${PROJECT_SOURCE_DIR}/cmake/zfslib.pc.in ${PROJECT_BINARY_DIR}/zfslib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zfslibConfig.cmake ${PROJECT_BINARY_DIR}/zfslibConfigVersion.cmake
     DESTINATION ${ZFSLIB_PACKAGE_DIR})
+
+# The prefix is told from where zfslib.pc lies, so that the tree can be moved and `--prefix` given
+# to `cmake --install`.
+set(ZFSLIB_PKGCONFIG_DIR ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH ZFSLIB_PREFIX_FROM_PKGCONFIG ${ZFSLIB_PKGCONFIG_DIR} ${CMAKE_INSTALL_PREFIX})
+cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
+    OUTPUT_VARIABLE ZFSLIB_PC_LIBDIR)
+cmake_path(ABSOLUTE_PATH ZFSLIB_INCLUDE_DIR BASE_DIRECTORY "\${prefix}"
+    OUTPUT_VARIABLE ZFSLIB_PC_INCLUDEDIR)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/zfslib.pc.in ${PROJECT_BINARY_DIR}/zfslib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zfslib.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
