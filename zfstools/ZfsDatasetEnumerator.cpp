@@ -77,7 +77,7 @@ Node& Node::operator=(const Node& other) {
     return *this = Node(other);
 }
 
-Node& Node::operator=(Node&& other) {
+Node& Node::operator=(Node&& other) noexcept {
     Node taken(std::move(other));
     dataset = std::move(taken.dataset);
     children.swap(taken.children); // goes with `taken`, and `other` with it when it is in there

@@ -23,6 +23,7 @@ public:
         std::unordered_map<std::string, std::shared_ptr<Node>> children; ///< in no order
 
         Node() = default;
+        /// A node with what lies below it.
         Node(ZfsDataset record, // NOLINT(google-explicit-constructor)
              std::unordered_map<std::string, std::shared_ptr<Node>> below = {})
             : dataset(std::move(record)), children(std::move(below)) {}
@@ -30,7 +31,8 @@ public:
         Node(Node&&) = default;
         /// A node may be replaced by one that lies below it.
         Node& operator=(const Node& other);
-        Node& operator=(Node&& other);
+        /// As above.
+        Node& operator=(Node&& other) noexcept;
         /// Takes a tree apart without recursion, however deep it is.
         ~Node();
     };
