@@ -1,7 +1,7 @@
-# What `cmake --install` gives: the library, its public headers, and what find_package and
-# pkg-config need. A project that takes this one in by add_subdirectory installs nothing of it
+# What `cmake --install` gives: the library, its public headers, what find_package and pkg-config
+# need, and zfsinspect with its man page. A project that takes this one in by add_subdirectory installs nothing of it
 # unless it says so.
-option(ZFSLIB_INSTALL "Install the library, its headers and package files" ${PROJECT_IS_TOP_LEVEL})
+option(ZFSLIB_INSTALL "Install the library and what else is built" ${PROJECT_IS_TOP_LEVEL})
 if(NOT ZFSLIB_INSTALL)
     return()
 endif()
@@ -35,3 +35,11 @@ cmake_path(ABSOLUTE_PATH ZFSLIB_INCLUDE_DIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE ZFSLIB_PC_INCLUDEDIR)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/zfslib.pc.in ${PROJECT_BINARY_DIR}/zfslib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zfslib.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(TARGET zfsinspect)
+    # It finds the library next to it, wherever the tree lies.
+    file(RELATIVE_PATH ZFSLIB_LIB_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(zfsinspect PROPERTIES INSTALL_RPATH "$ORIGIN/${ZFSLIB_LIB_FROM_BIN}")
+    install(TARGETS zfsinspect RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(FILES ${PROJECT_SOURCE_DIR}/inspect/zfsinspect.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()

@@ -32,7 +32,7 @@ std::string ExpectedFilesystem(const std::string& path, std::string output) {
 
 void FuzzOne(const std::string& text) {
     const std::string path = text.substr(0, text.find('\n'));
-    const std::string output = text.substr(std::min(path.size() + 1, text.size()));
+    std::string output = text.substr(std::min(path.size() + 1, text.size()));
     Executors::SetDfExecutor([&output](const std::string&) { return output; });
 
     std::string expected = ExpectedFilesystem(path, output);

@@ -1,5 +1,5 @@
-// A whole recording, replayed through everything that asks a host: pools, the datasets below each
-// of them, trees, paths, imports. Through a batching executor the datasets are the same.
+// A whole recording, replayed through everything that asks a host: pools, the datasets below the
+// last one, trees, paths, imports. Through a batching executor the datasets are the same.
 
 #include "executors/BatchingExecutor.h"
 #include "executors/ReplayingExecutor.h"
@@ -171,18 +171,16 @@ std::string AskAboutDatasets(const std::string& root, const CommandExecutor& hos
 }
 
 std::string AskHost(const CommandExecutor& host) {
-    std::vector<std::string> roots{"tank"};
+    std::string root = "tank"; // of the datasets, unless there is a pool
     std::string text = Step([&] {
         std::string pools;
         for (const Zpool& pool : ZpoolEnumerator::Enumerate(host)) {
             pools += fuzz::Dump(pool) + fuzz::DumpSizes(pool) + "\n";
-            roots.push_back(pool.name);
+            root = pool.name;
         }
         return pools;
     });
-    constexpr std::size_t mostRoots = 3;
-    for (std::size_t i = 0; i < std::min(roots.size(), mostRoots); ++i)
-        text += AskAboutDatasets(roots[i], host);
+    text += AskAboutDatasets(root, host);
     for (const char* path : {"/", "/tank/home/file"})
         text += Step([path] { return fuzz::Dump(GetAssociatedZpool(path)); });
     text += Step([&host] {

@@ -25,7 +25,7 @@ std::string Parse(const std::string& quotaType, const std::string& text) {
         const bool isUnknownOwner =
             util::str_is_starts_with(message, "Failed to generate ZFS quota name for [") &&
             dynamic_cast<const std::nested_exception*>(&error) != nullptr;
-        const std::string outcome = fuzz::ErrorText(message);
+        std::string outcome = fuzz::ErrorText(message);
         if (!isUnknownOwner)
             fuzz::CheckEqual(outcome,
                              fuzz::ErrorText("Unexpected command output for [" + quotaType +

@@ -48,8 +48,8 @@ void CheckReplay(const std::vector<Exchange>& exchanges) {
             fuzz::CheckEqual(executor(exchange.command), exchange.output, "the answers in order");
             fuzz::Check(!exchange.failure, "a failure fails again");
         } catch (const std::runtime_error& error) {
-            // what() ends at a NUL, which a message may hold.
-            fuzz::CheckEqual(error.what(), exchange.failure.value_or("none").c_str(), "a failure");
+            fuzz::CheckEqual(fuzz::ErrorText(error.what()),
+                             fuzz::ErrorText(exchange.failure.value_or("none")), "a failure");
         }
     }
     fuzz::Check(replayer.UnusedCommands().empty(), "every command was asked for");

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
@@ -93,6 +94,15 @@ void InForkedCopy(const std::function<void()>& body) {
     int status = 0;
     EXPECT_EQ(waitpid(pid, &status, 0), pid);
     EXPECT_EQ(status, 0) << "in the forked copy";
+}
+
+/// Lets the first read wait until the child has written, however slow the machine is.
+std::function<void(int)> OnceThereIsText() {
+    return [first = true](int number) mutable {
+        pollfd end{number, POLLIN, 0};
+        if (std::exchange(first, false))
+            poll(&end, 1, -1);
+    };
 }
 
 class ChildProcess : public testing::Test {
@@ -212,12 +222,12 @@ TEST_F(ChildProcess, KeepsTheEndOfALongErrorText) {
 TEST_F(ChildProcess, FloodOnBothPipes) {
     constexpr std::size_t size = 128 * 1024 * 1024;
     const std::string head = "head -c " + std::to_string(size) + " /dev/zero";
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();
     std::string err;
     std::string out;
     CSimpleCmdExec::RunCommandAndGetOutput("sh", {"-c", head + " >&2 & " + head + "; wait"}, err,
                                            out, false, 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
+    EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 30) << "seconds of processor time";
     for (const std::string* text : {&out, &err}) {
         EXPECT_EQ(text->size(), size);
         EXPECT_EQ(text->find_first_not_of('\0'), std::string::npos);
@@ -226,21 +236,22 @@ TEST_F(ChildProcess, FloodOnBothPipes) {
 
 TEST_F(ChildProcess, ProcessItLeftBehindDelaysNothing) {
     const auto start = std::chrono::steady_clock::now();
-    kill(std::stoi(CSimpleCmdExec::RunCommand("sleep 60 & echo $!")), SIGKILL);
+    kill(std::stoi(CSimpleCmdExec::RunCommand("sleep 600 & echo $!")), SIGKILL);
     beforeRead = [](int number) { // never an empty pipe
         pollfd end{number, POLLIN, 0};
         poll(&end, 1, -1);
     };
     EXPECT_THAT(Script("yes 2>&- & exit 4"), testing::StartsWith("ExitStatus 4 ["));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 120s);
 }
 
 TEST_F(ChildProcess, TimeOutKillsTheGroup) {
     pollfd heldByGrandchild{open(fifo.c_str(), O_RDONLY | O_NONBLOCK), POLLIN, 0};
-    EXPECT_THAT(Script("sleep 600 >" + fifo + " & echo e >&2; while :; do echo flows; done", 1),
-                testing::AllOf(testing::StartsWith("TimeOut 1 [flows\nflows\n"),
-                               testing::EndsWith("] [e\n]")));
-    EXPECT_EQ(poll(&heldByGrandchild, 1, 30000), 1) << "the grandchild lives";
+    beforeRead = OnceThereIsText();
+    EXPECT_THAT(
+        Script("exec 3>" + fifo + "; sleep 600 & echo e >&2; while :; do echo flows; done", 1),
+        testing::AllOf(testing::StartsWith("TimeOut 1 [flows\n"), testing::EndsWith("] [e\n]")));
+    EXPECT_EQ(poll(&heldByGrandchild, 1, 60000), 1) << "the grandchild lives";
     EXPECT_TRUE(heldByGrandchild.revents & POLLHUP);
     close(heldByGrandchild.fd);
     EXPECT_EQ(Script("exec >&- 2>&-; sleep 600", 1), "TimeOut 1 [] []");
@@ -248,6 +259,7 @@ TEST_F(ChildProcess, TimeOutKillsTheGroup) {
 }
 
 TEST_F(ChildProcess, SurvivorOfItsKillIsReapedLater) {
+    beforeRead = OnceThereIsText();
     killsAreLost = true;
     const std::string result = Script("echo $$; exec sleep 600", 1);
     killsAreLost = false;
@@ -284,7 +296,7 @@ TEST_F(ChildProcess, StoppedByASignalHandler) {
     const auto start = std::chrono::steady_clock::now();
     raise(SIGUSR1);
     command.join();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 60s);
     EXPECT_EQ(result, "Stopped 0 [started\n] []");
     EXPECT_EQ(Execute("no-such-tool", {}), "Stopped 0 [] []");
     CSimpleCmdExec::SetStopped(false);
@@ -294,6 +306,8 @@ TEST_F(ChildProcess, StoppedByASignalHandler) {
 
 TEST_F(ChildProcess, DescriptorsRunOutInMidStart) {
     InForkedCopy([] {
+        // UndefinedBehaviorSanitizer needs a pipe to look at an exception of a type new to it.
+        EXPECT_THAT(Execute("no-such-program", {}), testing::StartsWith("CannotStart"));
         int highest = 0;
         while (highest < 40) // fills the gaps
             highest = dup(STDERR_FILENO);

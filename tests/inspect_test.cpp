@@ -175,7 +175,7 @@ TEST(Inspect, OrdersTreesOfAnyRoot) {
         std::string tree;
     } rows[] = {
         {"t", {}, ""},
-        {"t", {"t/b", "t", "t@s", "t/a/c", "t/a"}, "t(@s a(c) b)"},
+        {"t", {"t/b", "t/0", "t", "t@s", "t/a/c", "t/a"}, "t(@s 0 a(c) b)"},
         {"t/d", {"t/d/x@s", "t/d/x", "t/d", "t/d@s"}, "t/d(@s x(@s))"},
         {"t/d@s", {"t/d@s"}, "t/d@s"},
         {"t", {"t", "t/v@1", "t/v@2", "t/v/w/x"}, "t(v!(@1 @2 w!(x)))"},
