@@ -64,6 +64,17 @@ void Insert(Node& root, const std::vector<std::string>& path, ZfsDataset&& datas
     }
 }
 
+/// Stores what a row of `zfs list` tells.
+void SetListColumns(ZfsDataset& dataset, const std::string& name, const std::string& avail,
+                    const std::string& used, const std::string& usedrefreserv) {
+    dataset.name = name;
+    _log.dbg("Try to parse dataset values for dataset: %1:%2 %3 %4", name, avail, used,
+             usedrefreserv);
+    dataset.avail = ParseSpaceValue(avail);
+    dataset.used = ParseSpaceValue(used);
+    dataset.usedrefreserv = ParseSpaceValue(usedrefreserv);
+}
+
 } // namespace
 
 struct ZfsDatasetEnumerator::QuotaKind {
@@ -143,18 +154,19 @@ ZfsDatasetEnumerator::extractDatasetFromOutput(const std::string& listOutput, Zf
             throw std::runtime_error("Failed to parse zfs output:\n" + listOutput);
         const std::string& name = row[0];
 
-        ZfsProperties properties;
+        ZfsDataset& dataset = datasets.emplace_back();
+        dataset.type = type;
         _log.dbg("Prepare to execute zfs get");
         const std::string getOutput = executor("/usr/bin/env -i zfs get all " + name);
         _log.dbg("%1", getOutput);
-        ParseDatasetProperties(getOutput, properties);
+        ParseDatasetProperties(getOutput, dataset.properties);
         if (type == ZfsDataset::filesystem && !isRecovery) {
-            properties.userQuotas = readUserQuotaProperties(name, Executors::GetProcessExecutor());
-            properties.groupQuotas =
+            dataset.properties.userQuotas =
+                readUserQuotaProperties(name, Executors::GetProcessExecutor());
+            dataset.properties.groupQuotas =
                 readGroupQuotaProperties(name, Executors::GetProcessExecutor());
         }
-        datasets.push_back(ParseDatasetFields(name, row[1], row[2], row[3], std::move(properties)));
-        datasets.back().type = type;
+        SetListColumns(dataset, name, row[1], row[2], row[3]);
     }
     return datasets;
 }
@@ -173,12 +185,7 @@ ZfsDataset ZfsDatasetEnumerator::ParseDatasetFields(const std::string& name,
                                                     const std::string& usedrefreserv,
                                                     ZfsProperties&& properties) {
     ZfsDataset dataset;
-    dataset.name = name;
-    _log.dbg("Try to parse dataset values for dataset: %1:%2 %3 %4", name, avail, used,
-             usedrefreserv);
-    dataset.avail = ParseSpaceValue(avail);
-    dataset.used = ParseSpaceValue(used);
-    dataset.usedrefreserv = ParseSpaceValue(usedrefreserv);
+    SetListColumns(dataset, name, avail, used, usedrefreserv);
     dataset.properties = std::move(properties);
     return dataset;
 }
@@ -186,11 +193,11 @@ ZfsDataset ZfsDatasetEnumerator::ParseDatasetFields(const std::string& name,
 void ZfsDatasetEnumerator::ParseDatasetProperties(const std::string& getOutput,
                                                   ZfsProperties& properties) {
     AuxPropValues rows;
-    AuxPropValue parsed;
     for (RowReader reader(getOutput, 1); reader.Next();) {
-        const std::string name = ZfsDataset::ParseDatasetPropOutputRow(reader.Row(), parsed);
+        AuxPropValue value;
+        std::string name = ZfsDataset::ParseDatasetPropOutputRow(reader.Row(), value);
         if (!name.empty())
-            rows[name] = parsed;
+            rows[std::move(name)] = std::move(value);
     }
     properties.SetSilent(rows);
     for (const auto& [name, row] : rows) {
