@@ -195,6 +195,8 @@ TEST(Property, AnAssignedPropertyKeepsItsOwnDefault) {
     target = std::move(moved);
     EXPECT_EQ(target.GetValue() + target.GetDefault(), "valuemine");
     EXPECT_EQ(moved.GetName(), "b"); // NOLINT(bugprone-use-after-move)
+    std::swap(target, moved);
+    EXPECT_EQ(target.GetDefault() + moved.GetDefault(), "mineother");
 }
 
 TEST(SpaceSize, ReadsAndPrints) {

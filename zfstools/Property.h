@@ -71,9 +71,11 @@ inline constexpr bool hasDefaultConversions =
 
 /// A property of a pool or dataset: its name as the tools print it, its typed value with the
 /// default that stands until one is read, the value's text, and its source. A value is stored
-/// once; a second one is refused. What does not change from dataset to dataset (the name and the
+/// once; a second one is refused. What does not change from dataset to dataset (name, default,
 /// conversions) is shared between copies, and so are the common sources. A moved-from property
-/// keeps its name; its texts and values are unspecified.
+/// keeps its name and default; its text and value are unspecified. Conversions must be stateless:
+/// copies share them, across threads too. References to name and source hold until the next
+/// SetSource or assignment.
 template <typename T>
 class ZFSLIB_EXPORT Property {
 public:
@@ -133,7 +135,7 @@ public:
     /// The default until a value is stored.
     [[nodiscard]] const T& GetValue() const { return value_; }
     /// What it was constructed with.
-    [[nodiscard]] const T& GetDefault() const { return defaultValue_; }
+    [[nodiscard]] const T& GetDefault() const { return *defaultValue_; }
     /// The text of the value; after a failed Set the text that did not convert.
     [[nodiscard]] const std::string& GetText() const { return text_; }
     /// Whether a value was stored.
@@ -152,7 +154,7 @@ private:
     std::shared_ptr<const PropSource> source_;
     std::string text_;
     PropState state_ = PropState::Unset;
-    T defaultValue_;
+    std::shared_ptr<const T> defaultValue_; ///< shared by copies, and kept by what is moved from
     T value_;
 };
 
@@ -160,16 +162,15 @@ template <typename T>
 Property<T>::Property(std::string name, const T& def, FromString fromString, ToString toString)
     : definition_(std::make_shared<const Definition>(
           Definition{std::move(name), std::move(fromString), std::move(toString)})),
-      source_(detail::NoSource()), text_(definition_->toString(def)), defaultValue_(def),
-      value_(def) {}
+      source_(detail::NoSource()), text_(definition_->toString(def)),
+      defaultValue_(std::make_shared<const T>(def)), value_(def) {}
 
 // The shared parts are copied even here, so that a moved-from property can still tell its name.
 // NOLINTBEGIN(performance-move-constructor-init)
 template <typename T>
 Property<T>::Property(Property&& other) noexcept
     : definition_(other.definition_), source_(other.source_), text_(std::move(other.text_)),
-      state_(other.state_), defaultValue_(std::move(other.defaultValue_)),
-      value_(std::move(other.value_)) {}
+      state_(other.state_), defaultValue_(other.defaultValue_), value_(std::move(other.value_)) {}
 // NOLINTEND(performance-move-constructor-init)
 
 template <typename T>
