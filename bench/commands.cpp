@@ -1,0 +1,98 @@
+// Child processes, and how many of them an enumeration takes.
+
+#include "executors/BatchingExecutor.h"
+#include "posix/CSimpleCmdExec.h"
+#include "zfstools/ZfsDatasetEnumerator.h"
+
+#include <benchmark/benchmark.h>
+#include <cstdlib>
+#include <spawn.h>
+#include <string>
+#include <string_view>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace zfslib;
+using benchmark::State;
+
+/// What the parent has in memory besides the benchmarks, all of it touched.
+std::vector<char> Ballast(const State& state) {
+    const char* const gibibytes = std::getenv("ZFSLIB_BENCH_RESIDENT_GIB");
+    const std::size_t large = gibibytes == nullptr ? 4 : std::strtoul(gibibytes, nullptr, 10);
+    return std::vector<char>(state.range(0) == 0 ? 0 : large << 30, 'x');
+}
+
+/// The least that runs a program and reads its output.
+bool RunBare() {
+    int ends[2];
+    if (pipe(ends) != 0)
+        return false;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addclose(&actions, ends[0]);
+    posix_spawn_file_actions_addclose(&actions, ends[1]);
+    char program[] = "/bin/true";
+    char* words[] = {program, nullptr};
+    char* environment[] = {nullptr};
+    pid_t pid = -1;
+    const int error = posix_spawn(&pid, program, &actions, nullptr, words, environment);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    char buffer[4096];
+    while (error == 0 && read(ends[0], buffer, sizeof buffer) > 0) {
+    }
+    close(ends[0]);
+    int status = -1;
+    return error == 0 && waitpid(pid, &status, 0) == pid && status == 0;
+}
+
+void BareChild(State& state) {
+    const std::vector<char> ballast = Ballast(state);
+    for (auto _ : state)
+        if (!RunBare())
+            state.SkipWithError("/bin/true cannot be run");
+    state.SetItemsProcessed(state.iterations());
+}
+
+void Child(State& state) {
+    const std::vector<char> ballast = Ballast(state);
+    std::string error;
+    std::string output;
+    for (auto _ : state)
+        posix::CSimpleCmdExec::RunCommandAndGetOutput("/bin/true", {}, error, output, false, 0);
+    state.SetItemsProcessed(state.iterations());
+}
+// The argument says whether the parent is large. The number of iterations is fixed, so that the
+// memory is not filled for runs that only look how many there have to be.
+BENCHMARK(BareChild)->Arg(0)->Arg(1)->Iterations(500)->UseRealTime();
+BENCHMARK(Child)->Arg(0)->Arg(1)->Iterations(500)->UseRealTime();
+
+/// The enumeration of FAKE_ZFS_DATASETS datasets; the argument is how many names a command may
+/// have, 0 for no batching.
+void Enumerate(State& state) {
+    std::size_t commands = 0;
+    const CommandExecutor fake = [&commands](std::string command) {
+        constexpr std::string_view realProgram = "/usr/bin/env -i zfs";
+        ++commands;
+        return Executors::ChildProcessExecute(command.replace(0, realProgram.size(), FAKE_ZFS));
+    };
+    Executors::SetProcessExecutor(fake); // asked for the quotas
+    executors::BatchingOptions options;
+    options.namesPerCommand = static_cast<std::size_t>(state.range(0));
+    for (auto _ : state) {
+        const auto [datasets, warnings] =
+            ZfsDatasetEnumerator().Enumerate("tank", executors::BatchingExecutor(fake, options));
+        if (datasets.size() != FAKE_ZFS_DATASETS || !warnings.empty())
+            state.SkipWithError("not all datasets were read");
+    }
+    Executors::SetProcessExecutor(&Executors::ChildProcessExecute);
+    state.SetItemsProcessed(state.iterations() * FAKE_ZFS_DATASETS);
+    state.counters["commands"] = static_cast<double>(commands);
+}
+BENCHMARK(Enumerate)->Arg(0)->Arg(256)->Iterations(1)->Repetitions(1)->UseRealTime();
+
+} // namespace
