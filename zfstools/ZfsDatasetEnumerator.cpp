@@ -192,8 +192,7 @@ ZfsDataset ZfsDatasetEnumerator::ParseDatasetFields(const std::string& name,
 
 void ZfsDatasetEnumerator::ParseDatasetProperties(const std::string& getOutput,
                                                   ZfsProperties& properties) {
-    AuxPropValues rows;
-    rows.reserve(128); // a filesystem has some 70
+    AuxPropValues rows(128); // room for them: a filesystem has some 70
     for (RowReader reader(getOutput, 1); reader.Next();) {
         AuxPropValue value;
         std::string name = ZfsDataset::ParseDatasetPropOutputRow(reader.Row(), value);
