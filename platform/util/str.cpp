@@ -5,8 +5,6 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
-#include <locale>
-#include <sstream>
 #include <stdexcept>
 
 namespace util {
@@ -44,6 +42,71 @@ T ParseNumber(std::string_view text, const char* name) {
     if (result.ec == std::errc::result_out_of_range)
         throw std::out_of_range(name);
     return value;
+}
+
+std::string_view ConsumeDigits(std::string_view& text) {
+    const auto end = std::find_if_not(text.begin(), text.end(), IsDigit);
+    const std::string_view digits = text.substr(0, static_cast<std::size_t>(end - text.begin()));
+    text.remove_prefix(digits.size());
+    return digits;
+}
+
+/// "12.50e-3", as far as a stream takes a number: it is all or nothing, so an "e" always belongs to
+/// the number ("1e" is none), and a second point or "e" never does.
+struct NumberParts {
+    std::string_view all;
+    std::string_view whole;
+    std::string_view fraction;
+    bool hasExponent = false;
+    bool isExponentNegative = false;
+    std::string_view exponent;
+};
+
+NumberParts ConsumeNumberParts(std::string_view& text) {
+    NumberParts parts;
+    const std::string_view start = text;
+    parts.whole = ConsumeDigits(text);
+    if (!text.empty() && text.front() == '.') {
+        text.remove_prefix(1);
+        parts.fraction = ConsumeDigits(text);
+    }
+    const bool hasDigits = !parts.whole.empty() || !parts.fraction.empty();
+    if (hasDigits && !text.empty() && ToLower(text.front()) == 'e') {
+        text.remove_prefix(1);
+        parts.hasExponent = true;
+        parts.isExponentNegative = ConsumeSign(text);
+        parts.exponent = ConsumeDigits(text);
+    }
+    parts.all = start.substr(0, start.size() - text.size());
+    return parts;
+}
+
+/// Whether a number is below 1.
+bool IsFraction(const NumberParts& parts) {
+    std::int32_t exponent = 0;
+    if (const auto result = std::from_chars(
+            parts.exponent.data(), parts.exponent.data() + parts.exponent.size(), exponent);
+        result.ec == std::errc::result_out_of_range)
+        exponent = std::numeric_limits<std::int32_t>::max();
+    const std::string_view whole =
+        parts.whole.substr(std::min(parts.whole.find_first_not_of('0'), parts.whole.size()));
+    const auto order = static_cast<std::int64_t>(whole.size()); // digits before the point, ...
+    const auto zeros = static_cast<std::int64_t>(               // ... or zeros behind it
+        std::min(parts.fraction.find_first_not_of('0'), parts.fraction.size()));
+    return (order > 0 ? order : -zeros) + (parts.isExponentNegative ? -exponent : exponent) <= 0;
+}
+
+/// Nothing for what is no number and for one above all doubles; 0 for one too small.
+std::optional<double> ToDouble(const NumberParts& parts) {
+    if (parts.hasExponent && parts.exponent.empty())
+        return std::nullopt;
+    double value = 0;
+    const char* const end = parts.all.data() + parts.all.size();
+    const auto result = std::from_chars(parts.all.data(), end, value);
+    if (result.ec == std::errc::result_out_of_range)
+        return IsFraction(parts) ? std::optional<double>(0) : std::nullopt;
+    return result.ec == std::errc() && result.ptr == end ? std::optional<double>(value)
+                                                         : std::nullopt;
 }
 
 } // namespace
@@ -112,21 +175,17 @@ bool str_caseicmp(std::string_view a, std::string_view b) {
 }
 
 std::optional<double> ConsumeDouble(std::string_view& text) {
-    // A stream, not from_chars: what ends a number ("1e5", "10E", "0x1", "1.2.3") is the stream's
-    // own rule. Only the front of the text can be a number, so no more than that is copied.
+    // Not a stream: where libstdc++ has its generic locale model (Solaris), a stream switches the
+    // locale of the whole process for as long as it converts.
     std::string_view rest = text;
-    const std::size_t space = text.size() - (SkipSpace(rest), rest.size());
-    const std::size_t numberEnd = std::min(rest.find_first_not_of("+-.0123456789eE"), rest.size());
-    // One character more, so that the stream ends at the end of the text only when the text does.
-    std::istringstream stream(std::string(rest.substr(0, numberEnd + 1)));
-    stream.imbue(std::locale::classic());
-    double value = 0;
-    if (!(stream >> value))
+    SkipSpace(rest);
+    const bool negative = ConsumeSign(rest);
+    const NumberParts parts = ConsumeNumberParts(rest);
+    const std::optional<double> value = ToDouble(parts);
+    if (!value)
         return std::nullopt;
-    const std::size_t used = stream.eof() ? std::min(numberEnd + 1, rest.size())
-                                          : static_cast<std::size_t>(stream.tellg());
-    text.remove_prefix(space + used);
-    return value;
+    text = rest;
+    return negative ? -*value : *value;
 }
 
 int StringToInt(std::string_view text) {
