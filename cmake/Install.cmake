@@ -1,6 +1,6 @@
 # What `cmake --install` gives: the library, its public headers, what find_package and pkg-config
-# need, and zfsinspect with its man page. A project that takes this one in by add_subdirectory installs nothing of it
-# unless it says so.
+# need, and zfsinspect with its man page. A project that takes this one in by add_subdirectory
+# installs nothing of it unless it says so.
 option(ZFSLIB_INSTALL "Install the library and what else is built" ${PROJECT_IS_TOP_LEVEL})
 if(NOT ZFSLIB_INSTALL)
     return()
