@@ -50,13 +50,17 @@ TEST(Text, NumbersAreReadAsByAStreamAndTruncatedWithoutSurprises) {
     const std::string tooSmall = "0." + std::string(1000, '0') + "1";
     const std::string tooLarge = "1" + std::string(1000, '0') + "e-1";
     const Row rows[] = {
-        {"  1.5K", 1.5, "K"},   {"1.2.3", 1.2, ".3"},     {"-0x1", 0.0, "x1"},
-        {"10E", {}, "10E"},     {"1e", {}, "1e"},         {"", {}, ""},
-        {"1e999", {}, "1e999"}, {".5", .5, ""},           {"+7 ", 7, " "},
-        {"1-2", 1, "-2"},       {"-", {}, "-"},           {"nan", {}, "nan"},
-        {"5.E1.", 50, "."},     {".e1", {}, ".e1"},       {"1e-999K", 0, "K"},
-        {"1e3", 1000, ""},      {"1,5", 1, ",5"},         {"inf", {}, "inf"},
-        {tooSmall, 0, ""},      {tooLarge, {}, tooLarge},
+        {"  1.5K", 1.5, "K"},     {"1.2.3", 1.2, ".3"},
+        {"-0x1", 0.0, "x1"},      {"10E", {}, "10E"},
+        {"1e", {}, "1e"},         {"", {}, ""},
+        {"1e999", {}, "1e999"},   {".5", .5, ""},
+        {"+7 ", 7, " "},          {"1-2", 1, "-2"},
+        {"-", {}, "-"},           {"nan", {}, "nan"},
+        {"5.E1.", 50, "."},       {".e1", {}, ".e1"},
+        {"1e-9999999999", 0, ""}, {"1e3", 1000, ""},
+        {"1,5", 1, ",5"},         {"inf", {}, "inf"},
+        {tooSmall + "K", 0, "K"}, {tooSmall + "e", {}, tooSmall + "e"},
+        {tooLarge, {}, tooLarge},
     };
     for (const Row& row : rows) {
         std::string_view rest = row.text;

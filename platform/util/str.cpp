@@ -57,7 +57,6 @@ struct NumberParts {
     std::string_view all;
     std::string_view whole;
     std::string_view fraction;
-    bool hasExponent = false;
     bool isExponentNegative = false;
     std::string_view exponent;
 };
@@ -73,7 +72,6 @@ NumberParts ConsumeNumberParts(std::string_view& text) {
     const bool hasDigits = !parts.whole.empty() || !parts.fraction.empty();
     if (hasDigits && !text.empty() && ToLower(text.front()) == 'e') {
         text.remove_prefix(1);
-        parts.hasExponent = true;
         parts.isExponentNegative = ConsumeSign(text);
         parts.exponent = ConsumeDigits(text);
     }
@@ -98,15 +96,14 @@ bool IsFraction(const NumberParts& parts) {
 
 /// Nothing for what is no number and for one above all doubles; 0 for one too small.
 std::optional<double> ToDouble(const NumberParts& parts) {
-    if (parts.hasExponent && parts.exponent.empty())
-        return std::nullopt;
     double value = 0;
     const char* const end = parts.all.data() + parts.all.size();
     const auto result = std::from_chars(parts.all.data(), end, value);
+    if (result.ec == std::errc::invalid_argument || result.ptr != end)
+        return std::nullopt;
     if (result.ec == std::errc::result_out_of_range)
         return IsFraction(parts) ? std::optional<double>(0) : std::nullopt;
-    return result.ec == std::errc() && result.ptr == end ? std::optional<double>(value)
-                                                         : std::nullopt;
+    return value;
 }
 
 } // namespace
