@@ -1,32 +1,14 @@
 #include "inspect/JsonView.h"
 
 #include "inspect/Gather.h"
-
-#include <nlohmann/json.hpp>
+#include "inspect/Json.h"
 
 #include <variant>
 
 namespace inspect {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using zfslib::Zpool;
-
-Json NullIfEmpty(const std::string& text) {
-    return text.empty() ? Json() : Json(text);
-}
-
-Json NullIfMissing(const std::optional<std::uint64_t>& bytes) {
-    return bytes ? Json(*bytes) : Json();
-}
-
-template <typename Items, typename Convert>
-Json Array(const Items& items, Convert&& convert) {
-    Json array = Json::array();
-    for (const auto& item : items)
-        array.push_back(convert(item));
-    return array;
-}
 
 Json PropertyJson(const PropertyEntry& property) {
     Json json = {{"name", property.name}, {"value", property.text}};

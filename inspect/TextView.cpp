@@ -2,66 +2,14 @@
 
 #include "inspect/Escape.h"
 #include "inspect/Size.h"
+#include "inspect/Table.h"
 
-#include <algorithm>
 #include <variant>
 
 namespace inspect {
 namespace {
 
 using zfslib::Zpool;
-
-using Cells = std::vector<std::string>;
-
-/// Rows of cells in columns that are as wide as their widest cell. Whatever is printed goes
-/// through here, and is escaped here.
-class Table {
-public:
-    /// `numberColumns` are set flush right.
-    explicit Table(std::vector<std::size_t> numberColumns = {})
-        : numberColumns_(std::move(numberColumns)) {}
-
-    void Add(Cells cells) {
-        widths_.resize(std::max(widths_.size(), cells.size()));
-        for (std::size_t column = 0; column < cells.size(); ++column) {
-            cells[column] = Escape(cells[column]);
-            widths_[column] = std::max(widths_[column], Columns(cells[column]));
-        }
-        rows_.push_back(std::move(cells));
-    }
-
-    [[nodiscard]] std::size_t Rows() const { return rows_.size(); }
-
-    [[nodiscard]] std::string Line(std::size_t row) const {
-        std::string line;
-        for (std::size_t column = 0; column < rows_[row].size(); ++column) {
-            const std::string& cell = rows_[row][column];
-            const std::string padding(widths_[column] - Columns(cell), ' ');
-            const bool isNumber = std::find(numberColumns_.begin(), numberColumns_.end(), column) !=
-                                  numberColumns_.end();
-            line += column == 0 ? "" : "  ";
-            line += isNumber ? padding + cell : cell + padding;
-        }
-        line.erase(line.find_last_not_of(' ') + 1);
-        return line;
-    }
-
-    void Print(std::ostream& out, std::size_t indent) const {
-        for (std::size_t row = 0; row < Rows(); ++row)
-            out << std::string(indent, ' ') << Line(row) << '\n';
-    }
-
-private:
-    std::vector<std::size_t> numberColumns_;
-    std::vector<std::size_t> widths_;
-    std::vector<Cells> rows_;
-};
-
-constexpr std::size_t step = 4; ///< by how much what belongs to a thing is indented below it
-
-std::string Indented(std::size_t depth, const std::string& text) {
-    return std::string(step * depth, ' ') + text;
-}
 
 void AddProperties(Table& table, const std::vector<PropertyEntry>& properties) {
     for (const PropertyEntry& property : properties) {
@@ -102,7 +50,7 @@ void PrintPool(std::ostream& out, const PoolEntry& entry) {
     addSpace("size", entry.size);
     addSpace("allocated", entry.allocated);
     addSpace("available", entry.available);
-    space.Print(out, step);
+    space.Print(out, indentStep);
 
     Table devices;
     AddSection(devices, "devices", pool.devices);
@@ -110,14 +58,14 @@ void PrintPool(std::ostream& out, const PoolEntry& entry) {
     AddSection(devices, "caches", pool.caches);
     AddSection(devices, "metas", pool.metas);
     AddSection(devices, "spares", pool.spares);
-    devices.Print(out, step);
+    devices.Print(out, indentStep);
 
     if (entry.properties.empty())
         return;
     Table properties;
     AddProperties(properties, entry.properties);
-    out << std::string(step, ' ') << "properties\n";
-    properties.Print(out, 2 * step);
+    out << std::string(indentStep, ' ') << "properties\n";
+    properties.Print(out, 2 * indentStep);
 }
 
 void AddDataset(Table& table, const DatasetEntry& entry) {
@@ -197,7 +145,7 @@ private:
         AddProperties(table, properties.user);
         AddProperties(table, properties.quotas);
         // Deeper than the children, so that properties are not taken for them.
-        table.Print(out, step * (entry.depth + 2));
+        table.Print(out, indentStep * (entry.depth + 2));
     }
 };
 

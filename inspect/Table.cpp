@@ -1,0 +1,44 @@
+#include "inspect/Table.h"
+
+#include "inspect/Escape.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace inspect {
+
+Table::Table(std::vector<std::size_t> numberColumns) : numberColumns_(std::move(numberColumns)) {}
+
+void Table::Add(Cells cells) {
+    widths_.resize(std::max(widths_.size(), cells.size()));
+    for (std::size_t column = 0; column < cells.size(); ++column) {
+        cells[column] = Escape(cells[column]);
+        widths_[column] = std::max(widths_[column], Columns(cells[column]));
+    }
+    rows_.push_back(std::move(cells));
+}
+
+std::string Table::Line(std::size_t row) const {
+    std::string line;
+    for (std::size_t column = 0; column < rows_[row].size(); ++column) {
+        const std::string& cell = rows_[row][column];
+        const std::string padding(widths_[column] - Columns(cell), ' ');
+        const bool isNumber =
+            std::find(numberColumns_.begin(), numberColumns_.end(), column) != numberColumns_.end();
+        line += column == 0 ? "" : "  ";
+        line += isNumber ? padding + cell : cell + padding;
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line;
+}
+
+void Table::Print(std::ostream& out, std::size_t indent) const {
+    for (std::size_t row = 0; row < Rows(); ++row)
+        out << std::string(indent, ' ') << Line(row) << '\n';
+}
+
+std::string Indented(std::size_t depth, const std::string& text) {
+    return std::string(indentStep * depth, ' ') + text;
+}
+
+} // namespace inspect
