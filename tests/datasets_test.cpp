@@ -19,10 +19,10 @@ using Node = ZfsDatasetEnumerator::Node;
 
 namespace {
 
-const std::string list = "/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t ";
-const std::string get = "/usr/bin/env -i zfs get all ";
-const std::string userspace = "/usr/bin/env -i zfs userspace ";
-const std::string groupspace = "/usr/bin/env -i zfs groupspace ";
+const std::string& list = commands::zfsList;
+const std::string& get = commands::zfsGet;
+using commands::groupspace;
+using commands::userspace;
 
 std::vector<ZfsDataset> DatasetsOf(const std::vector<std::string>& names) {
     std::vector<ZfsDataset> datasets(names.size());
@@ -188,45 +188,46 @@ TEST(ZfsDataset, GetRows) {
 }
 
 TEST(ZfsDataset, OperationsRunTheirCommands) {
-    const std::string env = "/usr/bin/env -i ";
-    const FakeExecutor fake({{env + "zfs mount p/a", "mounted"},
-                             {env + "mount -F zfs p/a /mnt", ""},
-                             {env + "zfs inherit quota p/a", ""},
-                             {env + "zfs set quota=1G p/a", ""},
-                             {env + "zfs set mountpoint=/x p/a", ""},
-                             {env + "zfs inherit mountpoint p/a", ""},
-                             {env + "zfs set a:b=- p/a", ""},
-                             {env + "zfs inherit a:b p/a", ""}});
-    const InstalledExecutor installed(fake);
-    LogCapture log;
-    ZfsDataset::Mount("p/a");
-    EXPECT_THAT(log.lines, ElementsAre("debug: Execute command: [/usr/bin/env -i zfs mount p/a]",
-                                       "debug: Command output: [mounted]"));
-    ZfsDataset::MountLegacy("p/a", "/mnt");
-    ZfsDataset::InheritProperty("p/a", "quota");
-    ZfsDataset::ModifyPoolProperty("p/a", "quota", "1G");
-
     Property<std::string> mountpoint("mountpoint", "");
-    ZfsDataset::SetMountpoint("p/a", mountpoint.Set("/x"));
-    mountpoint.SetSource("inherited", "p");
-    ZfsDataset::SetMountpoint("p/a", mountpoint);
-    mountpoint.SetSource("odd", ""); // the type is still Inherited, but nobody knows
-    ZfsDataset::SetMountpoint("p/a", mountpoint);
-    Property<std::string> user("a:b", "-");
-    ZfsDataset::SetUserProperty("p/a", user);
-    user.SetSource("inherited", "p");
-    ZfsDataset::SetUserProperty("p/a", user);
-    EXPECT_THAT(fake.Commands(),
-                ElementsAre(env + "zfs mount p/a", env + "mount -F zfs p/a /mnt",
-                            env + "zfs inherit quota p/a", env + "zfs set quota=1G p/a",
-                            env + "zfs set mountpoint=/x p/a", env + "zfs inherit mountpoint p/a",
-                            env + "zfs set mountpoint=/x p/a", env + "zfs set a:b=- p/a",
-                            env + "zfs inherit a:b p/a"));
-    const Property<std::string> quota("quota", "");
+    mountpoint.Set("/x");
+    Property<std::string> inherited = mountpoint;
+    inherited.SetSource("inherited", "p");
+    Property<std::string> odd = inherited;
+    odd.SetSource("odd", ""); // the type is still Inherited, but nobody knows
+    const Property<std::string> user("a:b", "-");
+    Property<std::string> inheritedUser = user;
+    inheritedUser.SetSource("inherited", "p");
+    const Property<std::string> unset("quota", "");
+
+    const std::pair<std::function<void()>, std::string> rows[] = {
+        {[] { ZfsDataset::Mount("p/a"); }, "zfs mount p/a"},
+        {[] { ZfsDataset::MountLegacy("p/a", "/mnt"); }, "mount -F zfs p/a /mnt"},
+        {[] { ZfsDataset::InheritProperty("p/a", "quota"); }, "zfs inherit quota p/a"},
+        {[] { ZfsDataset::ModifyPoolProperty("p/a", "quota", "1G"); }, "zfs set quota=1G p/a"},
+        {[&] { ZfsDataset::SetMountpoint("p/a", mountpoint); }, "zfs set mountpoint=/x p/a"},
+        {[&] { ZfsDataset::SetMountpoint("p/a", inherited); }, "zfs inherit mountpoint p/a"},
+        {[&] { ZfsDataset::SetMountpoint("p/a", odd); }, "zfs set mountpoint=/x p/a"},
+        {[&] { ZfsDataset::SetUserProperty("p/a", user); }, "zfs set a:b=- p/a"},
+        {[&] { ZfsDataset::SetUserProperty("p/a", inheritedUser); }, "zfs inherit a:b p/a"},
+    };
+    std::vector<std::string> asked;
+    const InstalledExecutor installed([&asked](const std::string& command) {
+        asked.push_back(command);
+        return std::string("done");
+    });
+    LogCapture log;
+    for (const auto& [call, command] : rows) {
+        call();
+        EXPECT_THAT(std::exchange(asked, {}), ElementsAre(commands::env + command));
+        EXPECT_THAT(log.lines,
+                    ElementsAre("debug: Execute command: [" + commands::env + command + "]",
+                                "debug: Command output: [done]"));
+        log.lines.clear();
+    }
     for (auto set : {&ZfsDataset::SetMountpoint, &ZfsDataset::SetUserProperty})
-        EXPECT_EQ(ErrorOf([&] { set("p/a", quota); }),
+        EXPECT_EQ(ErrorOf([&] { set("p/a", unset); }),
                   "Failed to set user property [quota] for ZFS dataset [p/a]");
-    EXPECT_THAT(fake.Commands(), IsEmpty());
+    EXPECT_THAT(asked, IsEmpty());
 }
 
 TEST(ZfsDataset, UnmountAndPseudoDevice) {

@@ -10,6 +10,18 @@
 #include <utility>
 #include <vector>
 
+/// The beginnings of the command lines that the library runs.
+namespace commands {
+inline const std::string env = "/usr/bin/env -i ";
+inline const std::string zfsList = env + "zfs list -rH -o name,avail,used,usedrefreserv -t ";
+inline const std::string zfsGet = env + "zfs get all ";
+inline const std::string userspace = env + "zfs userspace ";
+inline const std::string groupspace = env + "zfs groupspace ";
+inline const std::string zpoolList = env + "zpool list -o name,size,alloc";
+inline const std::string zpoolStatus = env + "zpool status ";
+inline const std::string zpoolGet = env + "zpool get all ";
+} // namespace commands
+
 /// Answers commands from a map and remembers what was asked; a command that is not there fails.
 class FakeExecutor {
 public:

@@ -20,10 +20,10 @@ FakeExecutor HostWith(const std::vector<std::string>& pools, const std::string& 
     std::string listing = "NAME SIZE ALLOC\n";
     for (const std::string& pool : pools) {
         listing += pool + " 10G 1G\n";
-        fake.Answer("/usr/bin/env -i zpool status " + pool, " state: ONLINE\n");
-        fake.Answer("/usr/bin/env -i zpool get all " + pool, "H\n");
+        fake.Answer(commands::zpoolStatus + pool, " state: ONLINE\n");
+        fake.Answer(commands::zpoolGet + pool, "H\n");
     }
-    fake.Answer("/usr/bin/env -i zpool list -o name,size,alloc", listing);
+    fake.Answer(commands::zpoolList, listing);
     return fake;
 }
 
@@ -41,6 +41,8 @@ TEST(ToolsPresence, IsTheSuccessOfThePackageQuery) {
     const std::string query = "/usr/bin/env -i pkginfo SUNWzfsu";
     const FakeExecutor fake({{query, "system SUNWzfsu ZFS"}});
     const InstalledExecutor installed(fake);
+    Executors::SetDfExecutor(nullptr);
+    Executors::SetZpoolExecutor(nullptr);
     LogCapture log;
     EXPECT_TRUE(IsZfsToolsInstalled());
     Executors::SetProcessExecutor(
@@ -91,16 +93,15 @@ TEST(PathResolution, TakesTheLongestTextPrefixAndFallsBackToTheRoot) {
 TEST(PathResolution, PoolOfAPath) {
     const FakeExecutor host = HostWith({"tank", "tank2"}, df);
     const InstalledExecutor installed(host);
+    Executors::SetProcessExecutor(nullptr); // neither df nor the pools are asked for through it
     EXPECT_TRUE(IsZfsDataset("/tank"));
     EXPECT_FALSE(IsZfsDataset("/usr"));
     host.Commands();
     EXPECT_EQ(GetAssociatedZpool("/tank2").name, "tank2") << "tank2/x is not in tank";
-    const std::vector<std::string> commands = host.Commands();
-    EXPECT_EQ(std::count(commands.begin(), commands.end(), "df -Z"), 3);
-    EXPECT_EQ(std::count(commands.begin(), commands.end(),
-                         "/usr/bin/env -i zpool list -o name,size,alloc"),
-              2);
-    EXPECT_EQ(commands.front(), "/usr/bin/env -i zpool list -o name,size,alloc");
+    const std::vector<std::string> asked = host.Commands();
+    EXPECT_EQ(std::count(asked.begin(), asked.end(), "df -Z"), 3);
+    EXPECT_EQ(std::count(asked.begin(), asked.end(), commands::zpoolList), 2);
+    EXPECT_EQ(asked.front(), commands::zpoolList);
     EXPECT_EQ(ErrorOf([] { GetAssociatedZpool("/tmp"); }), "[/tmp] is not a ZFS file system.");
 
     // A pool that is exported, and a mount that changes, between the two looks.

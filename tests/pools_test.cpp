@@ -5,6 +5,7 @@
 #include "zfstools/Zpool.h"
 #include "zfstools/ZpoolsEnumerator.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <set>
 
@@ -148,6 +149,8 @@ TEST(PoolStatus, Layouts) {
          "errors: No known data errors\n",
          "ONLINE mirror-0[mirror: c1t0d0 c1t1d0] logs c1t2d0[disk: c1t2d0] caches  metas  spares "},
         {"no table at all\n", "UNAVAIL  logs  caches  metas  spares "},
+        // What stands in front of the first known line is no device.
+        {"a\nb\n" + Table("    c\n"), "UNAVAIL c[disk: c] logs  caches  metas  spares "},
         {Table("    a ONLINE\n    b ONLINE\n"),
          "UNAVAIL a[disk: a] b[disk: b] logs  caches  metas  spares "},
         {Table("    raidz-0 X\n      a\n    raidz3-1\n      b\n    //dev/f\n    /var/f\n"),
@@ -205,12 +208,12 @@ TEST(PoolProperties, RowsOfFourCells) {
 }
 
 TEST(PoolEnumeration, RunsListStatusAndGetInOrder) {
-    const std::string list = "/usr/bin/env -i zpool list -o name,size,alloc";
-    const FakeExecutor fake({{list, "NAME SIZE ALLOC\ntank 10G 1G\n\n  b 1T 5K extra\n"},
-                             {"/usr/bin/env -i zpool status tank", Table("    c1t0d0\n")},
-                             {"/usr/bin/env -i zpool get all tank", "H\ntank guid 5 -\n"},
-                             {"/usr/bin/env -i zpool status b", " state: DEGRADED\n"},
-                             {"/usr/bin/env -i zpool get all b", ""}});
+    using namespace commands;
+    const FakeExecutor fake({{zpoolList, "NAME SIZE ALLOC\ntank 10G 1G\n\n  b 1T 5K extra\n"},
+                             {zpoolStatus + "tank", Table("    c1t0d0\n")},
+                             {zpoolGet + "tank", "H\ntank guid 5 -\n"},
+                             {zpoolStatus + "b", " state: DEGRADED\n"},
+                             {zpoolGet + "b", ""}});
     {
         LogCapture log;
         const std::vector<Zpool> pools = ZpoolEnumerator::Enumerate(fake);
@@ -220,17 +223,18 @@ TEST(PoolEnumeration, RunsListStatusAndGetInOrder) {
         EXPECT_EQ(pools[0].properties.guid.GetValue(), "5");
         EXPECT_EQ(pools[1].state, Zpool::State::Degraded);
         EXPECT_EQ(pools[1].allocated, 5120U);
-        EXPECT_EQ(log.lines[0], "debug: Execute commnd: [" + list + "]");
+        EXPECT_EQ(log.lines[0], "debug: Execute commnd: [" + zpoolList + "]");
         EXPECT_EQ(log.lines[1],
                   "debug: Command output: [NAME SIZE ALLOC\ntank 10G 1G\n\n  b 1T 5K extra\n]");
         EXPECT_EQ(log.lines[2], "debug: Prepare to execute zpool");
         EXPECT_EQ(log.lines[4], "debug: Zfs pool output line: config:");
+        EXPECT_EQ(
+            std::count(log.lines.begin(), log.lines.end(), "debug: Prepare to execute zpool get"),
+            2);
         EXPECT_EQ(log.lines.back(), "debug: ") << "the output of the last command as it stands";
     }
-    EXPECT_THAT(fake.Commands(),
-                ElementsAre(list, "/usr/bin/env -i zpool status tank",
-                            "/usr/bin/env -i zpool get all tank", "/usr/bin/env -i zpool status b",
-                            "/usr/bin/env -i zpool get all b"));
+    EXPECT_THAT(fake.Commands(), ElementsAre(zpoolList, zpoolStatus + "tank", zpoolGet + "tank",
+                                             zpoolStatus + "b", zpoolGet + "b"));
     std::set<guid::guid_t> guids;
     for (int run = 0; run < 2; ++run)
         guids.insert(ZpoolEnumerator::Enumerate(fake)[0].devices[0].devices[0].guid);
@@ -239,7 +243,7 @@ TEST(PoolEnumeration, RunsListStatusAndGetInOrder) {
         EXPECT_THAT(ZpoolEnumerator::ExtractZpoolsFromOutput(empty, nullptr), IsEmpty()) << empty;
     EXPECT_EQ(ErrorOf([&] { ZpoolEnumerator::ExtractZpoolsFromOutput("H\ntank 1G", fake); }),
               "Failed to parse zpool output:\nH\ntank 1G");
-    fake.Answer(list, "H\nmy pool 1G 1G\n");
+    fake.Answer(zpoolList, "H\nmy pool 1G 1G\n");
     EXPECT_EQ(ErrorOf([&] { ZpoolEnumerator::Enumerate(fake); }),
               "no answer to /usr/bin/env -i zpool status my");
     EXPECT_THROW(ZpoolEnumerator::Enumerate(nullptr), std::bad_function_call);

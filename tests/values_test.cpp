@@ -104,6 +104,15 @@ TEST(Platform, GuidsUsersAndErrors) {
     } catch (const std::exception& error) {
         EXPECT_EQ(logging::Describe(error), "no cause");
     }
+    try {
+        try {
+            throw 7;
+        } catch (...) {
+            exc::RegenExc("outer");
+        }
+    } catch (const exc::CRuntimeExc& error) {
+        EXPECT_EQ(logging::Describe(error), "outer: unknown error");
+    }
 }
 
 TEST(Log, FormatsNothingBelowTheThresholdAndSurvivesItsSink) {
@@ -179,6 +188,8 @@ TEST(Property, SourcesAreKeptAsTheyCame) {
     property.SetSilent({{"quota", {"1G", "inherited", "tank/a"}}});
     EXPECT_EQ(property.GetSource().type, PropSource::Type::Inherited);
     EXPECT_EQ(property.GetSource().inheritedFrom, "tank/a");
+    EXPECT_THROW(property.SetSilent({{"quota", {"2G", "local", ""}}}), std::runtime_error);
+    EXPECT_EQ(property.GetSource().text, "inherited") << "the value comes first";
     property.SetSource("nowhere", "x");
     EXPECT_EQ(property.GetSource().type, PropSource::Type::Inherited) << "the type stays";
     property.SetSource("received", "");
