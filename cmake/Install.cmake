@@ -7,7 +7,7 @@ if(NOT ZFSLIB_INSTALL)
 endif()
 
 install(TARGETS zfslib EXPORT zfslibTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(folder IN ITEMS platform zfstools executors)
+foreach(folder IN ITEMS platform zfstools executors restore)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${ZFSLIB_INCLUDE_DIR}
         FILES_MATCHING PATTERN "*.h" PATTERN "internal" EXCLUDE)
 endforeach()
