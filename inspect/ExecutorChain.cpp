@@ -1,6 +1,7 @@
 #include "inspect/ExecutorChain.h"
 
 #include "executors/BatchingExecutor.h"
+#include "executors/HostWordsExecutor.h"
 #include "executors/RecordingExecutor.h"
 #include "executors/ReplayingExecutor.h"
 #include "inspect/Interruption.h"
@@ -12,10 +13,11 @@ namespace {
 
 using zfslib::CommandExecutor;
 
-/// Runs commands on this host. The recorder goes around the batches: what it writes are the single
-/// commands, which is what a replay is asked for.
+/// Runs commands on this host. The recorder goes around the rest: what it writes are the library's
+/// own commands, one by one, which is what a replay is asked for.
 CommandExecutor LiveExecutor(const Options& options) {
-    CommandExecutor executor = zfslib::Executors::TimedChildProcessExecutor(options.timeoutSeconds);
+    CommandExecutor executor = zfslib::executors::HostWordsExecutor(
+        zfslib::Executors::TimedChildProcessExecutor(options.timeoutSeconds));
     if (options.batch > 1) {
         zfslib::executors::BatchingOptions batching;
         batching.namesPerCommand = options.batch;
