@@ -1,7 +1,7 @@
 # The target `docs`: the API documentation in docs/html of the build folder. A public name without
 # a comment is an error.
 find_package(Doxygen QUIET)
-if(NOT PROJECT_IS_TOP_LEVEL OR NOT DOXYGEN_FOUND)
+if(NOT ZFSLIB_IS_TOP_LEVEL OR NOT DOXYGEN_FOUND)
     return()
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/Doxyfile ${PROJECT_BINARY_DIR}/Doxyfile @ONLY)

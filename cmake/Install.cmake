@@ -1,12 +1,14 @@
 # What `cmake --install` gives: the library, its public headers, what find_package and pkg-config
-# need, and zfsinspect with its man page. A project that takes this one in by add_subdirectory
-# installs nothing of it unless it says so.
-option(ZFSLIB_INSTALL "Install the library and what else is built" ${PROJECT_IS_TOP_LEVEL})
+# need, the documents, and zfsinspect with its man page and shell completions. A project that takes
+# this one in by add_subdirectory installs nothing of it unless it says so.
+option(ZFSLIB_INSTALL "Install the library and what else is built" ${ZFSLIB_IS_TOP_LEVEL})
 if(NOT ZFSLIB_INSTALL)
     return()
 endif()
 
-install(TARGETS zfslib EXPORT zfslibTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS zfslib EXPORT zfslibTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(folder IN ITEMS platform zfstools executors restore)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${ZFSLIB_INCLUDE_DIR}
         FILES_MATCHING PATTERN "*.h" PATTERN "internal" EXCLUDE)
@@ -19,7 +21,8 @@ install(EXPORT zfslibTargets NAMESPACE zfslib:: FILE zfslibTargets.cmake
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/zfslibConfig.cmake.in
     ${PROJECT_BINARY_DIR}/zfslibConfig.cmake
     INSTALL_DESTINATION ${ZFSLIB_PACKAGE_DIR}
-    NO_SET_AND_CHECK_MACRO)
+    NO_SET_AND_CHECK_MACRO
+    NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/zfslibConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/zfslibConfig.cmake ${PROJECT_BINARY_DIR}/zfslibConfigVersion.cmake
@@ -29,12 +32,31 @@ install(FILES ${PROJECT_BINARY_DIR}/zfslibConfig.cmake ${PROJECT_BINARY_DIR}/zfs
 # to `cmake --install`.
 set(ZFSLIB_PKGCONFIG_DIR ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH ZFSLIB_PREFIX_FROM_PKGCONFIG ${ZFSLIB_PKGCONFIG_DIR} ${CMAKE_INSTALL_PREFIX})
-cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
-    OUTPUT_VARIABLE ZFSLIB_PC_LIBDIR)
-cmake_path(ABSOLUTE_PATH ZFSLIB_INCLUDE_DIR BASE_DIRECTORY "\${prefix}"
-    OUTPUT_VARIABLE ZFSLIB_PC_INCLUDEDIR)
+foreach(kind IN ITEMS LIB INCLUDE)
+    set(folder ${CMAKE_INSTALL_LIBDIR})
+    if(kind STREQUAL INCLUDE)
+        set(folder ${ZFSLIB_INCLUDE_DIR})
+    endif()
+    if(NOT IS_ABSOLUTE ${folder})
+        set(folder "\${prefix}/${folder}")
+    endif()
+    set(ZFSLIB_PC_${kind}DIR ${folder})
+endforeach()
+set(ZFSLIB_PC_PRIVATE_LIBS ${CMAKE_THREAD_LIBS_INIT})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/zfslib.pc.in ${PROJECT_BINARY_DIR}/zfslib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zfslib.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    FILES_MATCHING PATTERN "*.md")
+
+if(ZFSLIB_IS_TOP_LEVEL)
+    add_custom_target(uninstall
+        COMMAND ${CMAKE_COMMAND} -P ${PROJECT_SOURCE_DIR}/cmake/Uninstall.cmake
+        WORKING_DIRECTORY ${PROJECT_BINARY_DIR}
+        VERBATIM)
+endif()
 
 if(TARGET zfsinspect)
     # It finds the library next to it, wherever the tree lies.

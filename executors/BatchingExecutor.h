@@ -1,7 +1,7 @@
 #pragma once
 
-#include "zfslib_export.h"
-#include "zfstools/Executor.h"
+#include "../platform/zfslib_export.h"
+#include "../zfstools/Executor.h"
 
 #include <cstddef>
 

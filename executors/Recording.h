@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zfslib_export.h"
+#include "../platform/zfslib_export.h"
 
 #include <optional>
 #include <string>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "executors/Recording.h"
-#include "zfslib_export.h"
-#include "zfstools/Executor.h"
+#include "../executors/Recording.h"
+#include "../platform/zfslib_export.h"
+#include "../zfstools/Executor.h"
 
 #include <memory>
 #include <string>

@@ -1,6 +1,7 @@
 #include "zfstools/Executor.h"
 
 #include "posix/CSimpleCmdExec.h"
+#include "util/internal/NeverDestroyed.h"
 #include "util/str.h"
 
 #include <stdexcept>
@@ -10,9 +11,16 @@
 namespace zfslib::Executors {
 namespace {
 
-CommandExecutor dfExecutor = &posix::CSimpleCmdExec::RunCommand;
-CommandExecutor zpoolExecutor = &posix::CSimpleCmdExec::RunCommand;
-CommandExecutor processExecutor = &ChildProcessExecute;
+struct Slots {
+    CommandExecutor df = &posix::CSimpleCmdExec::RunCommand;
+    CommandExecutor zpool = &posix::CSimpleCmdExec::RunCommand;
+    CommandExecutor process = &ChildProcessExecute;
+};
+
+Slots& TheSlots() {
+    static util::internal::NeverDestroyed<Slots> slots;
+    return *slots;
+}
 
 std::string ExecuteWords(const std::string& command, int timeoutSeconds) {
     std::vector<std::string> words = util::split(command);
@@ -35,27 +43,27 @@ std::string ExecuteWords(const std::string& command, int timeoutSeconds) {
 } // namespace
 
 CommandExecutor GetDfExecutor() {
-    return dfExecutor;
+    return TheSlots().df;
 }
 
 void SetDfExecutor(CommandExecutor executor) {
-    dfExecutor.swap(executor);
+    TheSlots().df.swap(executor);
 }
 
 CommandExecutor GetZpoolExecutor() {
-    return zpoolExecutor;
+    return TheSlots().zpool;
 }
 
 void SetZpoolExecutor(CommandExecutor executor) {
-    zpoolExecutor.swap(executor);
+    TheSlots().zpool.swap(executor);
 }
 
 CommandExecutor GetProcessExecutor() {
-    return processExecutor;
+    return TheSlots().process;
 }
 
 void SetProcessExecutor(CommandExecutor executor) {
-    processExecutor.swap(executor);
+    TheSlots().process.swap(executor);
 }
 
 std::string ChildProcessExecute(const std::string& command) {

@@ -1,5 +1,6 @@
 #include "zfstools/Property.h"
 
+#include "util/internal/NeverDestroyed.h"
 #include "util/str.h"
 #include "zfstools/internal/EnumTexts.h"
 #include "zfstools/logging.h"
@@ -21,14 +22,15 @@ const EnumTexts<PropSource::Type>& SourceTexts() {
 
 /// One record for each source without a parent: nearly all properties of a host share these.
 const std::unordered_map<std::string, std::shared_ptr<const PropSource>>& SharedSources() {
-    static const auto sources = [] {
-        std::unordered_map<std::string, std::shared_ptr<const PropSource>> result;
+    using Sources = std::unordered_map<std::string, std::shared_ptr<const PropSource>>;
+    static const util::internal::NeverDestroyed<Sources> sources([] {
+        Sources result;
         for (const char* text : {"default", "local", "inherited", "temporary", "received", "-"})
             result.emplace(text, std::make_shared<const PropSource>(
                                      PropSource{0, PropSource::StringToType(text), text, ""}));
         return result;
-    }();
-    return sources;
+    }());
+    return *sources;
 }
 
 } // namespace
@@ -65,8 +67,9 @@ std::shared_ptr<const PropSource> NextSource(const PropSource& previous, const s
 }
 
 const std::shared_ptr<const PropSource>& NoSource() {
-    static const auto source = std::make_shared<const PropSource>();
-    return source;
+    static const util::internal::NeverDestroyed<std::shared_ptr<const PropSource>> source(
+        std::make_shared<const PropSource>());
+    return *source;
 }
 
 void LogConversionFailure(const std::exception& error) {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "zfslib_export.h"
-#include "zfstools/Executor.h"
-#include "zfstools/Zpool.h"
+#include "../platform/zfslib_export.h"
+#include "../zfstools/Executor.h"
+#include "../zfstools/Zpool.h"
 
 #include <string>
 #include <vector>

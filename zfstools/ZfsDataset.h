@@ -1,8 +1,8 @@
 #pragma once
 
-#include "zfslib_export.h"
-#include "zfstools/Property.h"
-#include "zfstools/ZfsProperties.h"
+#include "../platform/zfslib_export.h"
+#include "../zfstools/Property.h"
+#include "../zfstools/ZfsProperties.h"
 
 #include <cstdint>
 #include <string>

@@ -13,6 +13,7 @@
 #include <new>
 #include <stdexcept>
 #include <string_view>
+#include <unordered_map>
 
 namespace zfslib {
 namespace {
@@ -82,6 +83,44 @@ struct ZfsDatasetEnumerator::QuotaKind {
     const char* command;
     const char* type;
     const char* warning;
+
+    static const QuotaKind user;
+    static const QuotaKind group;
+};
+
+constexpr ZfsDatasetEnumerator::QuotaKind ZfsDatasetEnumerator::QuotaKind::user{
+    "Reading ZFS user quota for [%1].", "/usr/bin/env -i zfs userspace ", "userquota",
+    "Failed to read ZFS user quota for [%1]. This property will not be restored."};
+constexpr ZfsDatasetEnumerator::QuotaKind ZfsDatasetEnumerator::QuotaKind::group{
+    "Reading ZFS group quota for [%1].", "/usr/bin/env -i zfs groupspace ", "groupquota",
+    "Failed to read ZFS group quota for [%1]. This property will not be restored."};
+
+/// The names of the quotas of one enumeration. Most owners have a quota on many filesystems, and a
+/// look-up reads the whole user database or asks a server, so each is looked up once.
+class ZfsDatasetEnumerator::QuotaNames {
+public:
+    /// As generateQuotaName; also its failure is remembered.
+    const std::string& Get(const std::string& owner, const std::string& quotaType) {
+        const auto [entry, isNew] = names_.try_emplace(quotaType + "@" + owner);
+        Name& name = entry->second;
+        if (isNew) {
+            try {
+                name.text = generateQuotaName(owner, quotaType);
+            } catch (const std::exception&) {
+                name.failure = std::current_exception();
+            }
+        }
+        if (name.failure)
+            std::rethrow_exception(name.failure);
+        return name.text;
+    }
+
+private:
+    struct Name {
+        std::string text;
+        std::exception_ptr failure;
+    };
+    std::unordered_map<std::string, Name> names_;
 };
 
 Node& Node::operator=(const Node& other) {
@@ -117,6 +156,7 @@ Node::~Node() {
 std::pair<std::vector<ZfsDataset>, std::vector<std::string>>
 ZfsDatasetEnumerator::Enumerate(const std::string& root, CommandExecutor executor) {
     warnings_.clear();
+    quotaFailures_.clear();
     std::vector<ZfsDataset> datasets = EnumerateType(root, ZfsDataset::filesystem, executor);
     std::vector<ZfsDataset> snapshots = EnumerateType(root, ZfsDataset::snapshot, executor);
     std::vector<ZfsDataset> volumes = EnumerateType(root, ZfsDataset::volume, executor);
@@ -146,6 +186,7 @@ ZfsDatasetEnumerator::extractDatasetFromOutput(const std::string& listOutput, Zf
         return datasets;
 
     datasets.reserve(CountRows(listOutput));
+    QuotaNames quotaNames;
     for (RowReader reader(listOutput); reader.Next();) {
         const std::vector<std::string>& row = reader.Row();
         if (row.empty())
@@ -162,9 +203,9 @@ ZfsDatasetEnumerator::extractDatasetFromOutput(const std::string& listOutput, Zf
         ParseDatasetProperties(getOutput, dataset.properties);
         if (type == ZfsDataset::filesystem && !isRecovery) {
             dataset.properties.userQuotas =
-                readUserQuotaProperties(name, Executors::GetProcessExecutor());
+                ReadQuotas(QuotaKind::user, name, Executors::GetProcessExecutor(), quotaNames);
             dataset.properties.groupQuotas =
-                readGroupQuotaProperties(name, Executors::GetProcessExecutor());
+                ReadQuotas(QuotaKind::group, name, Executors::GetProcessExecutor(), quotaNames);
         }
         SetListColumns(dataset, name, row[1], row[2], row[3]);
     }
@@ -212,30 +253,28 @@ void ZfsDatasetEnumerator::ParseDatasetProperties(const std::string& getOutput,
 
 std::vector<Property<std::string>>
 ZfsDatasetEnumerator::readUserQuotaProperties(const std::string& name, CommandExecutor executor) {
-    static constexpr QuotaKind user{
-        "Reading ZFS user quota for [%1].", "/usr/bin/env -i zfs userspace ", "userquota",
-        "Failed to read ZFS user quota for [%1]. This property will not be restored."};
-    return ReadQuotas(user, name, executor);
+    QuotaNames names;
+    return ReadQuotas(QuotaKind::user, name, executor, names);
 }
 
 std::vector<Property<std::string>>
 ZfsDatasetEnumerator::readGroupQuotaProperties(const std::string& name, CommandExecutor executor) {
-    static constexpr QuotaKind group{
-        "Reading ZFS group quota for [%1].", "/usr/bin/env -i zfs groupspace ", "groupquota",
-        "Failed to read ZFS group quota for [%1]. This property will not be restored."};
-    return ReadQuotas(group, name, executor);
+    QuotaNames names;
+    return ReadQuotas(QuotaKind::group, name, executor, names);
 }
 
-std::vector<Property<std::string>>
-ZfsDatasetEnumerator::ReadQuotas(const QuotaKind& kind, const std::string& name,
-                                 const CommandExecutor& executor) {
+std::vector<Property<std::string>> ZfsDatasetEnumerator::ReadQuotas(const QuotaKind& kind,
+                                                                    const std::string& name,
+                                                                    const CommandExecutor& executor,
+                                                                    QuotaNames& names) {
     logging::trace_t trace(_log, kind.trace, name);
     try {
-        auto quotas = parseDatasetQuotas(kind.type, executor(kind.command + name));
+        auto quotas = ParseQuotas(kind.type, executor(kind.command + name), names);
         trace.okNoMsg();
         return quotas;
     } catch (const std::exception& error) {
         warnings_.push_back(util::str_format(kind.warning, name));
+        quotaFailures_.push_back({name, kind.type, std::current_exception()});
         _log.err(error, "%1", warnings_.back());
         return {};
     }
@@ -243,6 +282,13 @@ ZfsDatasetEnumerator::ReadQuotas(const QuotaKind& kind, const std::string& name,
 
 std::vector<Property<std::string>>
 ZfsDatasetEnumerator::parseDatasetQuotas(const std::string& quotaType, const std::string& output) {
+    QuotaNames names;
+    return ParseQuotas(quotaType, output, names);
+}
+
+std::vector<Property<std::string>> ZfsDatasetEnumerator::ParseQuotas(const std::string& quotaType,
+                                                                     const std::string& output,
+                                                                     QuotaNames& names) {
     validateZfsQuotaCmdOutput(output, quotaType);
     std::vector<Property<std::string>> quotas;
     for (RowReader reader(output, 1); reader.Next();) {
@@ -255,7 +301,7 @@ ZfsDatasetEnumerator::parseDatasetQuotas(const std::string& quotaType, const std
         const std::string& quota = row[typeCells + 2];
         const std::string source = row.size() >= 6 ? row[typeCells + 3] : std::string();
 
-        Property<std::string> property(generateQuotaName(owner, quotaType), "");
+        Property<std::string> property(names.Get(owner, quotaType), "");
         property.Set(quota);
         property.SetSource(source, "");
         quotas.push_back(std::move(property));

@@ -1,9 +1,10 @@
 #pragma once
 
-#include "zfslib_export.h"
-#include "zfstools/Executor.h"
-#include "zfstools/ZfsDataset.h"
+#include "../platform/zfslib_export.h"
+#include "../zfstools/Executor.h"
+#include "../zfstools/ZfsDataset.h"
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -54,6 +55,17 @@ public:
 
     /// The warnings since the last call of Enumerate.
     [[nodiscard]] const std::vector<std::string>& Warnings() const noexcept { return warnings_; }
+
+    /// A list of quotas that could not be read.
+    struct QuotaFailure {
+        std::string dataset;      ///< the filesystem
+        std::string quotaType;    ///< "userquota" or "groupquota"
+        std::exception_ptr cause; ///< never empty; what the executor threw, if it was that
+    };
+    /// What lies behind the warnings: one for each of Warnings(), in their order.
+    [[nodiscard]] const std::vector<QuotaFailure>& QuotaFailures() const noexcept {
+        return quotaFailures_;
+    }
 
     /// The datasets of one output of `zfs list -rH -o name,avail,used,usedrefreserv`; the further
     /// commands of Enumerate are run for each.
@@ -106,10 +118,15 @@ public:
 
 private:
     struct QuotaKind;
+    class QuotaNames;
     std::vector<Property<std::string>> ReadQuotas(const QuotaKind& kind, const std::string& name,
-                                                  const CommandExecutor& executor);
+                                                  const CommandExecutor& executor,
+                                                  QuotaNames& names);
+    static std::vector<Property<std::string>>
+    ParseQuotas(const std::string& quotaType, const std::string& output, QuotaNames& names);
 
     std::vector<std::string> warnings_;
+    std::vector<QuotaFailure> quotaFailures_;
 };
 
 } // namespace zfslib

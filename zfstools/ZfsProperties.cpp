@@ -1,12 +1,16 @@
 #include "zfstools/ZfsProperties.h"
 
+#include "util/internal/NeverDestroyed.h"
 #include "util/str.h"
 #include "zfstools/internal/EnumTexts.h"
+#include "zfstools/internal/Replace.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace zfslib {
 namespace {
@@ -83,6 +87,19 @@ constexpr const char* readEncryptionError = "Unknown ZFS encryption value: ";
 constexpr const char* printEncryptionError = "An unknown ZFS encryption value: ";
 constexpr const char* keysourceError = "An unknown ZFS keysource value: ";
 
+/// What sizes are counted in, for the library itself: in use for as long as the process runs.
+const std::vector<SpaceSize::Unit>& AllUnits() {
+    static const util::internal::NeverDestroyed<std::vector<SpaceSize::Unit>> all(
+        std::initializer_list<SpaceSize::Unit>{
+            {"B", {"B", "b", "byte", "Byte"}, 1},
+            {"K", {"K", "k", "kb", "Kb"}, 1UL << 10},
+            {"M", {"M", "m", "mb", "Mb"}, 1UL << 20},
+            {"G", {"G", "g", "gb", "Gb"}, 1UL << 30},
+            {"T", {"T", "t", "tb", "Tb"}, 1UL << 40},
+        });
+    return *all;
+}
+
 /// The number of a text that is one floating-point number and nothing else but white space before.
 std::optional<double> WholeNumber(const std::string& text) {
     std::string_view rest = text;
@@ -100,11 +117,8 @@ SpaceSize::Unit::Unit(const std::string& name, const std::vector<std::string>& a
         throw std::runtime_error("Units cannot have zero byte factor.");
 }
 
-const std::vector<SpaceSize::Unit> SpaceSize::units{
-    {"B", {"B", "b", "byte", "Byte"}, 1},     {"K", {"K", "k", "kb", "Kb"}, 1UL << 10},
-    {"M", {"M", "m", "mb", "Mb"}, 1UL << 20}, {"G", {"G", "g", "gb", "Gb"}, 1UL << 30},
-    {"T", {"T", "t", "tb", "Tb"}, 1UL << 40},
-};
+// For hosts; it is destroyed with the process's other objects.
+const std::vector<SpaceSize::Unit> SpaceSize::units = AllUnits();
 
 SpaceSize SpaceSize::FromString(const std::string& text) {
     SpaceSize size;
@@ -115,15 +129,15 @@ SpaceSize SpaceSize::FromString(const std::string& text) {
     if (util::str_is_integer(text)) {
         size.kind = Kind::Value;
         size.bytes = static_cast<std::uint64_t>(util::StringToInt(text));
-        const auto bytes = std::find_if(units.begin(), units.end(), [](const Unit& candidate) {
-            return candidate.name_ == "B";
-        });
-        if (bytes == units.end())
+        const std::vector<Unit>& all = AllUnits();
+        const auto bytes = std::find_if(
+            all.begin(), all.end(), [](const Unit& candidate) { return candidate.name_ == "B"; });
+        if (bytes == all.end())
             throw std::runtime_error("No byte units are defined in SpaceSize.");
         size.unit = *bytes;
         return size;
     }
-    for (const Unit& candidate : units) {
+    for (const Unit& candidate : AllUnits()) {
         for (const std::string& suffix : candidate.altNames_) {
             if (!util::str_is_finishes_with(text, suffix))
                 continue;
@@ -251,9 +265,13 @@ Property<bool> ZfsProperties::BuildMountedProperty() {
 // A copy of one set, so that all sets of the process share the names and conversions.
 ZfsProperties::ZfsProperties() : ZfsProperties(Defaults()) {}
 
+ZfsProperties& ZfsProperties::operator=(ZfsProperties&& other) noexcept {
+    return Replace(*this, std::move(other));
+}
+
 const ZfsProperties& ZfsProperties::Defaults() {
-    static const ZfsProperties defaults{BuildTag{}};
-    return defaults;
+    static const util::internal::NeverDestroyed<ZfsProperties> defaults(ZfsProperties(BuildTag{}));
+    return *defaults;
 }
 
 void ZfsProperties::SetSilent(const AuxPropValues& rows) {

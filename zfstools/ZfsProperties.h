@@ -1,7 +1,7 @@
 #pragma once
 
-#include "zfslib_export.h"
-#include "zfstools/Property.h"
+#include "../platform/zfslib_export.h"
+#include "../zfstools/Property.h"
 
 #include <cstdint>
 #include <string>
@@ -142,7 +142,8 @@ public:
     ZfsProperties(const ZfsProperties&) = default;
     ZfsProperties(ZfsProperties&&) noexcept = default;
     ZfsProperties& operator=(const ZfsProperties&) = default;
-    ZfsProperties& operator=(ZfsProperties&&) noexcept = default;
+    /// A set that is moved into itself stays as it is.
+    ZfsProperties& operator=(ZfsProperties&& other) noexcept;
     ~ZfsProperties() = default;
 
     /// Stores what the rows of `zfs get all` hold for the members, each once, in their order.

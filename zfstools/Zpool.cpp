@@ -3,6 +3,7 @@
 #include "util/str.h"
 #include "zfstools/Executor.h"
 #include "zfstools/internal/EnumTexts.h"
+#include "zfstools/internal/Replace.h"
 
 #include <stdexcept>
 #include <string_view>
@@ -145,6 +146,10 @@ void Zpool::Properties::SetCachefile(const std::string& pool,
 void Zpool::Properties::SetScrubInterval(const std::string& pool,
                                          const Property<std::string>& property) {
     SetPoolProperty(pool, property, "scrubinterval");
+}
+
+Zpool& Zpool::operator=(Zpool&& other) noexcept {
+    return Replace(*this, std::move(other));
 }
 
 std::uint64_t Zpool::GetMaxSize() const {

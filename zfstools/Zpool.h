@@ -1,8 +1,8 @@
 #pragma once
 
-#include "guid/guid.h"
-#include "zfslib_export.h"
-#include "zfstools/Property.h"
+#include "../platform/guid/guid.h"
+#include "../platform/zfslib_export.h"
+#include "../zfstools/Property.h"
 
 #include <cstdint>
 #include <string>
@@ -109,6 +109,14 @@ public:
     static VirtualDeviceType StringToVirtualDeviceType(const std::string& text);
     static std::string VirtualDeviceTypeToString(const VirtualDeviceType& type);
     /// @}
+
+    Zpool() = default;
+    Zpool(const Zpool&) = default;
+    Zpool(Zpool&&) = default;
+    Zpool& operator=(const Zpool&) = default;
+    /// A pool that is moved into itself stays as it is.
+    Zpool& operator=(Zpool&& other) noexcept;
+    ~Zpool() = default;
 
     /// Pools are ordered by name, byte by byte.
     bool operator<(const Zpool& other) const { return name < other.name; }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "logging/logging.h"
-#include "zfslib_export.h"
+#include "../platform/logging/logging.h"
+#include "../platform/zfslib_export.h"
 
 /// The library's log section, named "zfslib". Where its messages go: logging::SetSink.
 ZFSLIB_EXPORT extern logging::log_section_t zfslib_log;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/str.h"
-#include "zfslib_export.h"
+#include "../util/str.h"
+#include "../zfslib_export.h"
 
 #include <exception>
 #include <stdexcept>

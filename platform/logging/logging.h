@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/str.h"
-#include "zfslib_export.h"
+#include "../util/str.h"
+#include "../zfslib_export.h"
 
 #include <exception>
 #include <functional>
@@ -21,7 +21,8 @@ using Sink =
 
 /// Sets where messages of `threshold` and above go, for the whole process. An empty sink (the
 /// default) receives nothing, and then, as below the threshold, no message is even formatted. May
-/// be called at any time; a message already on its way still reaches the earlier sink.
+/// be called at any time; a message already on its way still reaches the earlier sink. A sink that
+/// is set when the process ends is not destroyed: what was logged last may still be on its way.
 ZFSLIB_EXPORT void SetSink(Sink sink, Level threshold = Level::debug);
 
 /// Whether a message of this level would reach a sink.
@@ -33,11 +34,12 @@ ZFSLIB_EXPORT void SetSink(Sink sink, Level threshold = Level::debug);
 /// A named source of messages. The messages are formatted by util::str_format.
 class ZFSLIB_EXPORT log_section_t {
 public:
-    /// The name is what a sink receives as its section.
+    /// The name is what a sink receives as its section. It is kept until the process ends, so
+    /// names should not be made up without end.
     explicit log_section_t(std::string name);
 
     /// As it was given.
-    [[nodiscard]] const std::string& Name() const noexcept { return name_; }
+    [[nodiscard]] const std::string& Name() const noexcept { return *name_; }
 
     /// @{
     /// Sends a message of the level, if it would reach a sink.
@@ -73,7 +75,7 @@ private:
     }
     void Send(Level level, const std::string& message) const;
 
-    std::string name_;
+    const std::string* name_; ///< kept until the process ends, whatever happens to the section
 };
 
 /// Marks a scope in the log, at debug level: the text on entry, and "Done: " with the text on exit

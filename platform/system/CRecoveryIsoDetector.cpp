@@ -1,23 +1,31 @@
 #include "system/CRecoveryIsoDetector.h"
 
+#include "util/internal/NeverDestroyed.h"
+#include "util/internal/Replaceable.h"
+
 #include <memory>
+#include <utility>
 
 namespace orvcommonlib::system {
 namespace {
 
-std::shared_ptr<const std::function<bool()>> currentDetector;
+using Detector = std::function<bool()>;
+
+util::internal::Replaceable<Detector>& CurrentDetector() {
+    static util::internal::NeverDestroyed<util::internal::Replaceable<Detector>> detector;
+    return *detector;
+}
 
 } // namespace
 
 bool CRecoveryIsoDetector::IsUnderRecoveryIso() {
-    const auto detector = std::atomic_load(&currentDetector);
+    const auto detector = CurrentDetector().Get();
     return detector && (*detector)();
 }
 
 void CRecoveryIsoDetector::SetDetector(std::function<bool()> detector) {
-    std::atomic_store(&currentDetector,
-                      detector ? std::make_shared<const std::function<bool()>>(std::move(detector))
-                               : nullptr);
+    CurrentDetector().Set(detector ? std::make_shared<const Detector>(std::move(detector))
+                                   : nullptr);
 }
 
 } // namespace orvcommonlib::system

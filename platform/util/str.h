@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zfslib_export.h"
+#include "../zfslib_export.h"
 
 #include <cstddef>
 #include <cstdint>

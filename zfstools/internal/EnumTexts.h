@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/internal/NeverDestroyed.h"
+
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
@@ -8,7 +10,8 @@
 namespace zfslib {
 
 /// The texts that the tools use for the values of an enumeration: one table, made into a look-up
-/// for each direction. Matching is exact.
+/// for each direction. Matching is exact. For tables that live as long as the process: what one
+/// holds is never destroyed.
 template <typename Enum>
 class EnumTexts {
 public:
@@ -22,16 +25,16 @@ public:
 
     EnumTexts(std::initializer_list<Row> rows) {
         for (const Row& row : rows) {
-            texts_.emplace(row.value, row.text);
+            (*texts_).emplace(row.value, row.text);
             if (row.reading == Reading::Accepted)
-                values_.emplace(row.text, row.value);
+                (*values_).emplace(row.text, row.value);
         }
     }
 
     /// The value of a text; nullptr when the text is unknown.
     [[nodiscard]] const Enum* Find(const std::string& text) const {
-        const auto found = values_.find(text);
-        return found == values_.end() ? nullptr : &found->second;
+        const auto found = (*values_).find(text);
+        return found == (*values_).end() ? nullptr : &found->second;
     }
 
     /// The value of a text. Errors: std::runtime_error `error` + text.
@@ -43,15 +46,15 @@ public:
 
     /// The text of a value. Errors: std::runtime_error `error` + the value's number.
     [[nodiscard]] const std::string& Text(Enum value, const char* error) const {
-        const auto found = texts_.find(value);
-        if (found == texts_.end())
+        const auto found = (*texts_).find(value);
+        if (found == (*texts_).end())
             throw std::runtime_error(error + std::to_string(static_cast<int>(value)));
         return found->second;
     }
 
 private:
-    std::unordered_map<std::string, Enum> values_;
-    std::unordered_map<Enum, std::string> texts_;
+    util::internal::NeverDestroyed<std::unordered_map<std::string, Enum>> values_;
+    util::internal::NeverDestroyed<std::unordered_map<Enum, std::string>> texts_;
 };
 
 } // namespace zfslib
