@@ -17,6 +17,8 @@ const char* Advice(const posix::CCommandFailure& failure) {
     case Kind::Signal:
     case Kind::TimeOut:
     case Kind::StatusLost:
+    case Kind::OutputTooLong:
+    case Kind::OutputLost:
         return "it may have happened or not; look before you repeat it";
     case Kind::Stopped:
         return "the host is going down";

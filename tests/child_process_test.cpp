@@ -29,6 +29,9 @@ using namespace std::chrono_literals;
 // What the system does to the library is changed here, where chance alone would do it.
 std::atomic<bool> killsAreLost{false};
 std::function<void(int number)> beforeRead;
+std::function<int()> readError;                // what the read fails with; 0: it does not
+std::atomic<std::size_t> readAtMost{SIZE_MAX}; // as from a pipe of packets
+std::atomic<int> reads{0};
 
 extern "C" int kill(pid_t pid, int signal) noexcept {
     static const auto systemKill = reinterpret_cast<int (*)(pid_t, int)>(dlsym(RTLD_NEXT, "kill"));
@@ -39,7 +42,13 @@ extern "C" ssize_t read(int number, void* buffer, std::size_t size) {
         reinterpret_cast<ssize_t (*)(int, void*, std::size_t)>(dlsym(RTLD_NEXT, "read"));
     if (beforeRead)
         beforeRead(number);
-    return systemRead(number, buffer, size);
+    ++reads;
+    if (readError)
+        if (const int error = readError(); error != 0) {
+            errno = error;
+            return -1;
+        }
+    return systemRead(number, buffer, std::min<std::size_t>(size, readAtMost));
 }
 
 namespace {
@@ -72,8 +81,8 @@ std::string Execute(const std::string& program, const std::vector<std::string>& 
                                                timeoutSeconds);
         return "ok [" + out + "] [" + err + "]";
     } catch (const CCommandFailure& failure) {
-        const char* const kinds[] = {"CannotStart", "ExitStatus", "Signal",
-                                     "TimeOut",     "StatusLost", "Stopped"};
+        const char* const kinds[] = {"CannotStart", "ExitStatus", "Signal",        "TimeOut",
+                                     "StatusLost",  "Stopped",    "OutputTooLong", "OutputLost"};
         return kinds[static_cast<int>(failure.GetKind())] +
                (" " + std::to_string(failure.GetCode())) + " [" + failure.GetOutput() + "] [" +
                failure.GetErrorText() + "]";
@@ -105,12 +114,20 @@ std::function<void(int)> OnceThereIsText() {
     };
 }
 
+void OnceItHasEnded(int /*number*/) {
+    siginfo_t end;
+    waitid(P_ALL, 0, &end, WEXITED | WNOWAIT);
+}
+
 class ChildProcess : public testing::Test {
 protected:
     ChildProcess() { EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0); }
     ~ChildProcess() override {
         EXPECT_EQ(HostState(), stateBefore);
         beforeRead = nullptr;
+        readError = nullptr;
+        readAtMost = SIZE_MAX;
+        CSimpleCmdExec::SetOutputLimit(CSimpleCmdExec::defaultOutputLimit);
         std::filesystem::remove_all(directory);
     }
 
@@ -181,11 +198,18 @@ TEST_F(ChildProcess, RunCommandAndItsMessages) {
                 testing::ThrowsMessage<CCommandFailure>(
                     testing::SizeIs(testing::Lt(CCommandFailure::errorTextLimit + 200))));
     std::string text;
+    const auto run = [&text](std::vector<std::string> words) {
+        CSimpleCmdExec::RunCommandAndGetOutput("/no", words, text, text, false, 0);
+    };
     EXPECT_THAT(
         [&] {
-            CSimpleCmdExec::RunCommandAndGetOutput("/no", {"a", "b"}, text, text, false, 0);
+            run({"a", "b"});
         },
         testing::ThrowsMessage<CCommandFailure>(HasSubstr("Command [/no a b] failed: cannot be ")));
+    EXPECT_THAT([&] { run({std::string(9 << 20, 'x')}); },
+                testing::ThrowsMessage<CCommandFailure>(
+                    testing::AllOf(testing::SizeIs(testing::Lt(5000)),
+                                   HasSubstr("x... (9437188 bytes)] failed: cannot be "))));
 }
 
 TEST_F(ChildProcess, SeesNothingOfTheHost) {
@@ -242,6 +266,7 @@ TEST_F(ChildProcess, ProcessItLeftBehindDelaysNothing) {
         poll(&end, 1, -1);
     };
     EXPECT_THAT(Script("yes 2>&- & exit 4"), testing::StartsWith("ExitStatus 4 ["));
+    EXPECT_THAT(Script("yes 2>&- &"), testing::StartsWith("OutputLost 0 ["));
     EXPECT_LT(std::chrono::steady_clock::now() - start, 120s);
 }
 
@@ -279,13 +304,49 @@ TEST_F(ChildProcess, ExceptionWhileReading) {
 }
 
 TEST_F(ChildProcess, EndsBeforeItsOutputIsRead) {
-    beforeRead = [](int) {
-        siginfo_t end;
-        waitid(P_ALL, 0, &end, WEXITED | WNOWAIT);
-    };
+    beforeRead = OnceItHasEnded;
     const std::string zeros(60000, '\0');
     EXPECT_EQ(Script("head -c 60000 /dev/zero; head -c 60000 /dev/zero >&2"),
               "ok [" + zeros + "] [" + zeros + "]");
+    readAtMost = 1;
+    EXPECT_EQ(Script("head -c 999 /dev/zero"), "ok [" + zeros.substr(0, 999) + "] []");
+}
+
+TEST_F(ChildProcess, FailedReads) {
+    readError = [] { return EIO; };
+    EXPECT_EQ(Script("sleep 600"), "OutputLost 5 [] []");
+    readError = [count = 0]() mutable { return ++count % 2 == 0 ? 0 : EINTR; };
+    EXPECT_EQ(Script("echo out; echo err >&2"), "ok [out\n] [err\n]");
+}
+
+TEST_F(ChildProcess, WritesTooMuch) {
+    CSimpleCmdExec::SetOutputLimit(1000);
+    EXPECT_EQ(Script("head -c 600 /dev/zero; head -c 400 /dev/zero >&2").substr(0, 4), "ok [");
+    EXPECT_EQ(Script("head -c 600 /dev/zero; head -c 401 /dev/zero >&2").substr(0, 15),
+              "OutputTooLong 0");
+    EXPECT_LT(Script("yes").size(), CCommandFailure::errorTextLimit + 100);
+    beforeRead = OnceItHasEnded;
+    readAtMost = 1;
+    EXPECT_EQ(Script("head -c 1001 /dev/zero").substr(0, 15), "OutputTooLong 0");
+}
+
+TEST_F(ChildProcess, SilentOneIsRarelyLookedAt) {
+    reads = 0;
+    EXPECT_EQ(Script("sleep 1"), "ok [] []");
+    EXPECT_LT(reads, 300); // of two pipes, every twentieth of a second and some more at first
+}
+
+TEST_F(ChildProcess, CancelledThreadEndsAfterIt) {
+    std::string result;
+    std::thread thread([&] {
+        result = Script(": >" + fifo + "; sleep 0.1; echo out");
+        for (;;)
+            pause();
+    });
+    close(open(fifo.c_str(), O_RDONLY)); // opens when the other side does
+    pthread_cancel(thread.native_handle());
+    thread.join();
+    EXPECT_EQ(result, "ok [out\n] []");
 }
 
 TEST_F(ChildProcess, StoppedByASignalHandler) {
@@ -325,6 +386,11 @@ TEST_F(ChildProcess, DescriptorsRunOutInMidStart) {
             }
             EXPECT_EQ(HostState(), before) << spare << " spare";
         }
+        const rlimit below{static_cast<rlim_t>(highest), 4096}; // which the child would inherit
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &below), 0);
+        for (int number = 4; number < highest; ++number)
+            close(number);
+        EXPECT_EQ(Execute("true", {}), "ok [] []");
     });
 }
 
@@ -338,6 +404,16 @@ TEST_F(ChildProcess, StandardStreamsOfTheHostClosed) {
         EXPECT_EQ(Execute("sh", {"-c", "echo 1; echo 2 >&2; echo 3; echo 4 >&2"}, 0, true),
                   "ok [1\n2\n3\n4\n] []");
         EXPECT_EQ(HostState(), before);
+        std::atomic<bool> done{false};
+        std::thread writer([&] {
+            while (!done)
+                for (const int number : {STDOUT_FILENO, STDERR_FILENO})
+                    static_cast<void>(write(number, "host", 4));
+        });
+        for (int i = 0; i < 200 && !testing::Test::HasFailure(); ++i)
+            EXPECT_EQ(Script("echo out; echo err >&2"), "ok [out\n] [err\n]");
+        done = true;
+        writer.join();
     });
 }
 

@@ -123,6 +123,10 @@ TEST(Log, FormatsNothingBelowTheThresholdAndSurvivesItsSink) {
     EXPECT_THAT(log.lines, ElementsAre("warning: 100%1"));
     logging::SetSink([](auto, const auto&, const auto&) { throw std::runtime_error("full"); });
     EXPECT_NO_THROW(section.err("lost"));
+    struct NoMemory {
+        operator std::string_view() const { throw std::bad_alloc(); }
+    };
+    EXPECT_NO_THROW(section.err("%1", NoMemory()));
     logging::SetSink({});
     EXPECT_FALSE(logging::IsEnabled(logging::Level::error));
 }

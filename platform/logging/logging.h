@@ -45,33 +45,38 @@ public:
     /// Sends a message of the level, if it would reach a sink.
     template <typename... Args>
     void dbg(std::string_view format, const Args&... args) const {
-        Write(Level::debug, format, args...);
+        Write(Level::debug, [&] { return util::str_format(format, args...); });
     }
     template <typename... Args>
     void info(std::string_view format, const Args&... args) const {
-        Write(Level::info, format, args...);
+        Write(Level::info, [&] { return util::str_format(format, args...); });
     }
     template <typename... Args>
     void warn(std::string_view format, const Args&... args) const {
-        Write(Level::warning, format, args...);
+        Write(Level::warning, [&] { return util::str_format(format, args...); });
     }
     template <typename... Args>
     void err(std::string_view format, const Args&... args) const {
-        Write(Level::error, format, args...);
+        Write(Level::error, [&] { return util::str_format(format, args...); });
     }
     /// @}
     /// The message, then ": " and what the exception says.
     template <typename... Args>
     void err(const std::exception& error, std::string_view format, const Args&... args) const {
-        if (IsEnabled(Level::error))
-            Send(Level::error, util::str_format(format, args...) + ": " + Describe(error));
+        Write(Level::error,
+              [&] { return util::str_format(format, args...) + ": " + Describe(error); });
     }
 
 private:
-    template <typename... Args>
-    void Write(Level level, std::string_view format, const Args&... args) const {
-        if (IsEnabled(level))
-            Send(level, util::str_format(format, args...));
+    template <typename Format>
+    void Write(Level level, Format&& format) const {
+        if (!IsEnabled(level))
+            return;
+        try {
+            Send(level, format());
+        } catch (...) { // NOLINT(bugprone-empty-catch)
+            // No memory for a log line: what it is about went as it went.
+        }
     }
     void Send(Level level, const std::string& message) const;
 

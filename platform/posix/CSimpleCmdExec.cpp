@@ -3,6 +3,8 @@
 #include "logging/logging.h"
 #include "posix/internal/ChildProcess.h"
 #include "posix/internal/Descriptor.h"
+#include "posix/internal/ErrorText.h"
+#include "posix/internal/NoCancellation.h"
 #include "posix/internal/Spawn.h"
 #include "util/str.h"
 
@@ -27,15 +29,17 @@ using Kind = CCommandFailure::Kind;
 using Clock = std::chrono::steady_clock;
 using internal::ChildProcess;
 using internal::Descriptor;
+using internal::NoCancellation;
 using internal::Pause;
 
 std::atomic<bool> stopped{false};
+std::atomic<std::size_t> outputLimit{CSimpleCmdExec::defaultOutputLimit};
 static_assert(std::atomic<bool>::is_always_lock_free, "SetStopped is called from signal handlers");
 
 std::string Describe(Kind kind, int code) {
     switch (kind) {
     case Kind::CannotStart:
-        return "cannot be started: " + std::generic_category().message(code);
+        return "cannot be started: " + internal::ErrorText(code);
     case Kind::ExitStatus:
         return "exit status " + util::str(code);
     case Kind::Signal:
@@ -46,6 +50,11 @@ std::string Describe(Kind kind, int code) {
         return "exit status lost, its outcome is unknown";
     case Kind::Stopped:
         return "stopped by the host";
+    case Kind::OutputTooLong:
+        return "its output is too long";
+    case Kind::OutputLost:
+        return code == 0 ? "its output has no end"
+                         : "its output cannot be read: " + internal::ErrorText(code);
     }
     return "unknown kind " + util::str(static_cast<int>(kind));
 }
@@ -65,9 +74,17 @@ std::string_view Explanation(Kind kind, std::string_view errorText, std::string_
     return errorText;
 }
 
+/// The command line as far as a message should repeat it.
+std::string Shortened(const std::string& command) {
+    constexpr std::size_t limit = 4096;
+    if (command.size() <= limit)
+        return command;
+    return command.substr(0, limit) + "... (" + util::str(command.size()) + " bytes)";
+}
+
 std::string Message(const std::string& command, Kind kind, int code, std::string_view errorText,
                     std::string_view output) {
-    std::string message = "Command [" + command + "] failed: " + Describe(kind, code);
+    std::string message = "Command [" + Shortened(command) + "] failed: " + Describe(kind, code);
     const std::string_view explanation = Explanation(kind, errorText, output);
     if (!explanation.empty())
         message.append(": ").append(explanation);
@@ -83,8 +100,8 @@ public:
 
     /// Reads some of what is there now; true when there was something: text, or the end of it.
     bool Read();
-    /// Reads what is still in the pipe.
-    void ReadRest();
+    /// Reads what is still in the pipe; false when that has no end.
+    bool ReadRest();
 
     [[nodiscard]] const Descriptor& ReadEnd() const { return readEnd_; }
     [[nodiscard]] std::string& Text() { return text_; }
@@ -114,23 +131,33 @@ bool Stream::Read() {
     return true;
 }
 
-void Stream::ReadRest() {
-    // No pipe holds more than this. What goes on after it comes from a process that outlived the
-    // child, or from one that is to be killed, and may go on for ever.
-    constexpr std::size_t mostReads = 64;
-    for (std::size_t i = 0; i < mostReads && Read(); ++i) {
-    }
+bool Stream::ReadRest() {
+    // A child may have made its pipe larger, or one of packets, which are read one by one; but what
+    // goes on after so many reads comes from a process that outlived it, and may go on for ever.
+    constexpr std::size_t mostReads = 8192;
+    for (std::size_t i = 0; i < mostReads; ++i)
+        if (!Read())
+            return true;
+    return false;
 }
 
 struct Streams {
     Stream output;
     Stream error;
+    std::size_t limit = outputLimit; ///< in bytes, for both together
 
     bool Read() {
         const bool outputCame = output.Read();
         const bool errorCame = error.Read();
         return outputCame || errorCame;
     }
+    /// Reads what is still in the pipes; false when one of them has no end.
+    bool ReadRest() {
+        const bool outputEnded = output.ReadRest();
+        return error.ReadRest() && outputEnded;
+    }
+    [[nodiscard]] bool AreTooLong() { return output.Text().size() + error.Text().size() > limit; }
+
     /// Waits until there is something to read, but no longer than `pause`. No error matters here:
     /// the caller looks for itself.
     void WaitForMore(std::chrono::microseconds pause) const;
@@ -146,16 +173,19 @@ void Streams::WaitForMore(std::chrono::microseconds pause) const {
         std::this_thread::sleep_for(pause);
 }
 
-enum class Awaited { End, Deadline, Stop };
+enum class Awaited { End, Deadline, Stop, Limit };
 
-/// Reads what the child writes until it has ended, or the deadline or the host's stop comes first;
-/// what it wrote last may still be in the pipes. It is the child that is waited for, not the end of
-/// its pipes: a process that the child left behind may hold these open for ever.
+/// Reads what the child writes until it has ended, or the deadline, the limit of its
+/// output or the host's stop comes first; what it wrote last may still be in the pipes. It is the
+/// child that is waited for, not the end of its pipes: a process that the child left behind may
+/// hold these open for ever.
 Awaited Await(ChildProcess& child, Streams& streams, Clock::time_point deadline) {
     Pause pause;
     for (;;) {
         if (streams.Read())
             pause.StartAgain();
+        if (streams.AreTooLong())
+            return Awaited::Limit;
         if (child.HasEnded())
             return Awaited::End;
         if (stopped)
@@ -176,6 +206,8 @@ struct Command {
 };
 
 [[noreturn]] void Fail(const Command& command, Kind kind, int code, Streams streams = {}) {
+    if (kind == Kind::OutputTooLong) // the error need not keep all of it
+        streams.output.Text() = streams.output.Text().substr(0, CCommandFailure::errorTextLimit);
     throw CCommandFailure(command.name, kind, code, std::move(streams.error.Text()),
                           std::move(streams.output.Text()));
 }
@@ -241,8 +273,25 @@ void CheckStatus(const Command& command, std::optional<int> status, Streams& str
         Fail(command, Kind::ExitStatus, code, std::move(streams));
 }
 
+/// Reads what the child writes until it has ended or must be ended, and fails in the latter case:
+/// to fail destroys the child, which kills it with its group if it still runs.
+void ReadAll(const Command& command, Running& running, Clock::time_point deadline) {
+    const Awaited awaited = Await(running.child, running.streams, deadline);
+    const bool isWhole = awaited != Awaited::Limit && running.streams.ReadRest();
+    if (awaited == Awaited::Stop)
+        Fail(command, Kind::Stopped, 0, std::move(running.streams));
+    if (awaited == Awaited::Deadline)
+        Fail(command, Kind::TimeOut, command.timeoutSeconds, std::move(running.streams));
+    if (running.streams.AreTooLong())
+        Fail(command, Kind::OutputTooLong, 0, std::move(running.streams));
+    CheckStatus(command, running.child.Status(), running.streams);
+    if (!isWhole)
+        Fail(command, Kind::OutputLost, 0, std::move(running.streams));
+}
+
 /// Runs the command and returns what it wrote. Errors: CCommandFailure.
 Streams Run(const Command& command) {
+    const NoCancellation noCancellation;
     const auto deadline = command.timeoutSeconds > 0
                               ? Clock::now() + std::chrono::seconds(command.timeoutSeconds)
                               : Clock::time_point::max();
@@ -250,15 +299,11 @@ Streams Run(const Command& command) {
         Fail(command, Kind::Stopped, 0);
     ChildProcess::ReapStragglers();
     Running running = StartOrFail(command);
-    const Awaited awaited = Await(running.child, running.streams, deadline);
-    running.streams.output.ReadRest();
-    running.streams.error.ReadRest();
-    // To fail destroys the child, which kills it with its group if it still runs.
-    if (awaited == Awaited::Stop)
-        Fail(command, Kind::Stopped, 0, std::move(running.streams));
-    if (awaited == Awaited::Deadline)
-        Fail(command, Kind::TimeOut, command.timeoutSeconds, std::move(running.streams));
-    CheckStatus(command, running.child.Status(), running.streams);
+    try {
+        ReadAll(command, running, deadline);
+    } catch (const std::system_error& error) { // of a read
+        Fail(command, Kind::OutputLost, error.code().value(), std::move(running.streams));
+    }
     return std::move(running.streams);
 }
 
@@ -277,10 +322,10 @@ std::string CSimpleCmdExec::RunCommand(const std::string& commandLine) {
 }
 
 std::string CSimpleCmdExec::RunShellCommand(const std::string& commandLine, int timeoutSeconds) {
+    const logging::log_section_t log("zfslib");
     Streams streams = Run({commandLine, "/bin/sh", {"-c", commandLine}, false, timeoutSeconds});
     if (!streams.error.Text().empty())
-        logging::log_section_t("zfslib").dbg("Command [%1] wrote to standard error: [%2]",
-                                             commandLine, streams.error.Text());
+        log.dbg("Command [%1] wrote to standard error: [%2]", commandLine, streams.error.Text());
     return std::move(streams.output.Text());
 }
 
@@ -295,6 +340,10 @@ int CSimpleCmdExec::RunCommandAndGetOutput(const std::string& program,
     firstText = std::move(streams.error.Text());
     secondText = std::move(streams.output.Text());
     return 0;
+}
+
+void CSimpleCmdExec::SetOutputLimit(std::size_t bytes) noexcept {
+    outputLimit = bytes;
 }
 
 void CSimpleCmdExec::SetStopped(bool stop) noexcept {

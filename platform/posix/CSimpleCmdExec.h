@@ -9,10 +9,11 @@
 
 namespace posix {
 
-/// A command that did not end well. The message names the command, the kind of failure with its
-/// number, and what the command wrote to standard error (when that is nothing, and it ended by an
-/// exit status, to standard output), each at most with its last `errorTextLimit` bytes. Example:
-/// "Command [zfs list x] failed: exit status 1: cannot open 'x': dataset does not exist".
+/// A command that did not end well. The message names the command, with its first 4096 bytes, the
+/// kind of failure with its number, and what the command wrote to standard error (when that is
+/// nothing, and it ended by an exit status, to standard output), each at most with its last
+/// `errorTextLimit` bytes. Example: "Command [zfs list x] failed: exit status 1: cannot open 'x':
+/// dataset does not exist".
 class ZFSLIB_EXPORT CCommandFailure : public std::runtime_error {
 public:
     /// What went wrong; the code is that of GetCode.
@@ -24,6 +25,9 @@ public:
         TimeOut,     ///< killed after the time-out, so its outcome is unknown; code: the seconds
         StatusLost,  ///< somebody else took its exit status, so its outcome is unknown; code: 0
         Stopped,     ///< killed or not started because of SetStopped; code: 0
+        OutputTooLong, ///< killed because it wrote more than SetOutputLimit allows; code: 0
+        OutputLost, ///< what it wrote cannot be read to its end; code: the errno value that tells
+                    ///< why, 0 when processes it left behind wrote on and on
     };
 
     /// How much of standard error is kept, in bytes, counted from its end.
@@ -44,7 +48,8 @@ public:
     [[nodiscard]] const std::string& GetCommand() const noexcept { return command_; }
     /// What the command wrote to standard error, at most the last `errorTextLimit` bytes.
     [[nodiscard]] const std::string& GetErrorText() const noexcept { return errorText_; }
-    /// What was read of its standard output before the failure.
+    /// What was read of its standard output before the failure; of one that is too long, the first
+    /// `errorTextLimit` bytes.
     [[nodiscard]] const std::string& GetOutput() const noexcept { return output_; }
 
 private:
@@ -59,7 +64,13 @@ private:
 /// /dev/null, no descriptor above 2, an empty signal mask with default dispositions, and the
 /// environment PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C in place of the host's. Any number of
 /// threads may run commands at once. Costs one child process a call. Its child
-/// is killed before a call throws, whatever that is: memory may run out, too.
+/// is killed before a call throws, whatever that is: memory may run out, too. A thread that is
+/// cancelled (pthread_cancel) in a call is gone only after it.
+///
+/// The time-out and the stop count from when the program runs: its start waits for the system, for
+/// instance when the program lies on a file server that is gone. A forked copy of the host must not
+/// use the library before it runs another program; its locks may be held by threads that the copy
+/// does not have.
 class ZFSLIB_EXPORT CSimpleCmdExec {
 public:
     /// Runs the command line through /bin/sh and returns what it wrote to standard output. What it
@@ -81,6 +92,14 @@ public:
                                       const std::vector<std::string>& arguments,
                                       std::string& firstText, std::string& secondText,
                                       bool mergeError, int timeoutSeconds);
+
+    /// How much a command may write, in bytes, standard output and standard error together; one
+    /// that writes more is killed and fails with the kind OutputTooLong, before a tool that never
+    /// stops takes all memory. For the commands that are started from now on. The default is 1 GiB,
+    /// which is ten million rows of `zfs list`.
+    static void SetOutputLimit(std::size_t bytes) noexcept;
+    /// What SetOutputLimit sets before it is called.
+    static constexpr std::size_t defaultOutputLimit = std::size_t{1} << 30;
 
     /// While set, the process groups of all commands in progress are killed, and they and all
     /// further ones fail with the kind Stopped: for a host that has to end. Takes effect within a

@@ -1,11 +1,11 @@
 #include "posix/CUserInfo.h"
 
 #include "exc/exc.h"
+#include "posix/internal/ErrorText.h"
 
 #include <cerrno>
 #include <grp.h>
 #include <pwd.h>
-#include <system_error>
 #include <vector>
 
 namespace posix {
@@ -39,7 +39,7 @@ Entry LookUp(const char* kind, const std::string& name,
         if (error == 0 || error == ENOENT || error == ESRCH)
             throw exc::CRuntimeExc("Unknown %1: [%2].", kind, name);
         throw exc::CRuntimeExc("Cannot look up %1 [%2]: %3", kind, name,
-                               std::generic_category().message(error));
+                               internal::ErrorText(error));
     }
 }
 

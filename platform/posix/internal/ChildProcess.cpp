@@ -11,8 +11,17 @@
 namespace posix::internal {
 namespace {
 
-std::mutex stragglersMutex;
-std::list<pid_t> stragglers;
+struct Stragglers {
+    std::mutex mutex;
+    std::list<pid_t> pids;
+};
+
+/// Never destroyed: threads may still run commands while the process ends. Built before the first
+/// child, so that the destructor of one needs no memory for it.
+Stragglers& AllStragglers() {
+    static auto& stragglers = *new Stragglers; // NOLINT(cppcoreguidelines-owning-memory)
+    return stragglers;
+}
 
 } // namespace
 
@@ -27,8 +36,9 @@ ChildProcess::~ChildProcess() {
     KillGroup();
     if (EndsWithin(std::chrono::seconds(1)))
         return;
-    const std::lock_guard lock(stragglersMutex);
-    stragglers.splice(stragglers.end(), pid_);
+    Stragglers& stragglers = AllStragglers();
+    const std::lock_guard lock(stragglers.mutex);
+    stragglers.pids.splice(stragglers.pids.end(), pid_);
 }
 
 bool ChildProcess::HasEnded() noexcept {
@@ -57,9 +67,10 @@ bool ChildProcess::EndsWithin(std::chrono::seconds time) noexcept {
 }
 
 void ChildProcess::ReapStragglers() {
-    const std::lock_guard lock(stragglersMutex);
+    Stragglers& stragglers = AllStragglers();
+    const std::lock_guard lock(stragglers.mutex);
     // Anything but 0 is the end of it: reaped just now, or by somebody else.
-    stragglers.remove_if([](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+    stragglers.pids.remove_if([](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
 }
 
 } // namespace posix::internal

@@ -29,16 +29,6 @@ Pipe MakeCloseOnExecPipe() {
 #endif
 }
 
-/// Moves the descriptor to 3 or above: below, the child would lose it when its standard streams
-/// are put there.
-Descriptor AboveStandardStreams(Descriptor descriptor) {
-    if (descriptor.Number() > STDERR_FILENO)
-        return descriptor;
-    const int moved = fcntl(descriptor.Number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    Require(moved >= 0, "fcntl(F_DUPFD_CLOEXEC)");
-    return Descriptor(moved);
-}
-
 } // namespace
 
 void Descriptor::Close() noexcept {
@@ -47,12 +37,29 @@ void Descriptor::Close() noexcept {
         close(std::exchange(number_, -1));
 }
 
+TakenStandardStreams::TakenStandardStreams() {
+    for (Descriptor& taken : taken_) {
+        Descriptor next(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        Require(next.IsOpen(), "open(/dev/null)");
+        if (IsAboveStandardStreams(next))
+            return;
+        taken = std::move(next);
+    }
+}
+
+bool IsAboveStandardStreams(const Descriptor& descriptor) noexcept {
+    return descriptor.Number() > STDERR_FILENO;
+}
+
 Pipe MakePipe() {
-    Pipe made = MakeCloseOnExecPipe();
-    made.readEnd = AboveStandardStreams(std::move(made.readEnd));
-    made.writeEnd = AboveStandardStreams(std::move(made.writeEnd));
-    Require(fcntl(made.readEnd.Number(), F_SETFL, O_NONBLOCK) == 0, "fcntl(F_SETFL)");
-    return made;
+    for (;;) {
+        const TakenStandardStreams taken;
+        Pipe made = MakeCloseOnExecPipe();
+        if (!IsAboveStandardStreams(made.readEnd) || !IsAboveStandardStreams(made.writeEnd))
+            continue; // what the host wrote to it meanwhile goes with it
+        Require(fcntl(made.readEnd.Number(), F_SETFL, O_NONBLOCK) == 0, "fcntl(F_SETFL)");
+        return made;
+    }
 }
 
 } // namespace posix::internal

@@ -69,19 +69,25 @@ void CloseAllOthers(FileActions& actions) {
 
 #else
 
-/// The numbers of all descriptors the process may have open.
+long DescriptorLimit() {
+    constexpr long whenUnlimited = 65536;
+    const long limit = sysconf(_SC_OPEN_MAX);
+    return limit < 0 ? whenUnlimited : limit;
+}
+
+/// The numbers of all descriptors the process may have open, but none above the limit: a host may
+/// have lowered that since, and then no action for a child can name them. They are inherited.
 std::vector<int> PossibleDescriptors() {
     std::vector<int> numbers;
+    const long limit = DescriptorLimit();
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/fd"), closedir);
     if (directory == nullptr) { // slow where a host may have very many, but it needs nothing
-        constexpr long whenUnlimited = 65536;
-        const long limit = sysconf(_SC_OPEN_MAX);
-        for (int number = 0; number < (limit < 0 ? whenUnlimited : limit); ++number)
+        for (int number = 0; number < limit; ++number)
             numbers.push_back(number);
         return numbers;
     }
     while (const dirent* entry = readdir(directory.get())) // NOLINT(concurrency-mt-unsafe)
-        if (util::str_is_integer(entry->d_name))
+        if (util::str_is_integer(entry->d_name) && util::StringToInt(entry->d_name) < limit)
             numbers.push_back(util::StringToInt(entry->d_name));
     return numbers;
 }
