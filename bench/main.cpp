@@ -21,9 +21,9 @@ struct Ratio {
 const std::vector<Ratio> ratios = {
     {"65 rows of `zfs get all` to a text table / streams", "Table", "Split/get", 0},
     {"65 rows to properties / streams", "GetRows", "Split/get", 0},
-    {"a dataset's whole way, text to record / streams", "Records/dataset", "Split/dataset", 0.5},
-    {"10,000 list rows to bare records / streams", "Records/hostList", "Split/hostList", 0},
-    {"`zpool status` of 400 disks / streams", "PoolStatus", "Split/status", 0},
+    {"a dataset's whole way, text to record / streams", "Records/dataset", "Split/dataset", 0.25},
+    {"10,000 list rows to bare records / streams", "Records/hostList", "Split/hostList", 2},
+    {"`zpool status` of 400 disks / streams", "PoolStatus", "Split/status", 1},
     {"one of 100,000 datasets / one of 1,000", "EnumerateHost/100000", "EnumerateHost/1000", 1.2},
     {"copying a dataset / reading it with streams", "CopyDataset", "Split/dataset", 0},
     {"moving a dataset / copying it", "MoveDataset", "CopyDataset", 0},

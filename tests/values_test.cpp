@@ -207,6 +207,23 @@ TEST(Property, SourcesAreKeptAsTheyCame) {
               "Cannot convert source value to string: 6");
 }
 
+TEST(Property, RowsOfOneDatasetShareTheirSources) {
+    LogCapture log;
+    detail::Sources sources;
+    const auto source = [&sources](const char* text, const char* parent) {
+        Property<std::string> property("quota", "none");
+        property.SetRow("1G", text, parent, sources);
+        return property;
+    };
+    const auto first = source("inherited", "tank");
+    EXPECT_EQ(&first.GetSource(), &source("inherited", "tank").GetSource());
+    EXPECT_EQ(source("inherited", "tank/a").GetSource().inheritedFrom, "tank/a");
+    EXPECT_EQ(first.GetSource().inheritedFrom, "tank") << "a neighbour's source changes nothing";
+    EXPECT_EQ(source("odd", "tank/a").GetSource().unparsed, 1U);
+    EXPECT_EQ(source("odd", "tank/a").GetSource().unparsed, 1U);
+    EXPECT_EQ(log.lines.size(), 2U) << "each of them is logged";
+}
+
 TEST(Property, AnAssignedPropertyKeepsItsOwnDefault) {
     Property<std::string> target("a", "mine");
     Property<std::string> source("b", "other");

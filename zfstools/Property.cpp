@@ -6,6 +6,7 @@
 #include "zfstools/logging.h"
 
 #include <stdexcept>
+#include <vector>
 
 namespace zfslib {
 namespace {
@@ -21,14 +22,16 @@ const EnumTexts<PropSource::Type>& SourceTexts() {
 }
 
 /// One record for each source without a parent: nearly all properties of a host share these.
-const std::unordered_map<std::string, std::shared_ptr<const PropSource>>& SharedSources() {
-    using Sources = std::unordered_map<std::string, std::shared_ptr<const PropSource>>;
+const std::vector<detail::Shared<PropSource>>& CommonSources() {
+    using Sources = std::vector<detail::Shared<PropSource>>;
     static const util::internal::NeverDestroyed<Sources> sources([] {
-        Sources result;
-        for (const char* text : {"default", "local", "inherited", "temporary", "received", "-"})
-            result.emplace(text, std::make_shared<const PropSource>(
-                                     PropSource{0, PropSource::StringToType(text), text, ""}));
-        return result;
+        Sources common;
+        for (const char* text : {"default", "local", "-", "received", "temporary", "inherited"}) {
+            common.push_back(detail::Shared<PropSource>::Make(
+                std::uint32_t{0}, PropSource::StringToType(text), text, ""));
+            common.back().KeepForever();
+        }
+        return common;
     }());
     return *sources;
 }
@@ -49,27 +52,35 @@ std::string PropSource::TypeToString(const Type& type) {
 
 namespace detail {
 
-std::shared_ptr<const PropSource> NextSource(const PropSource& previous, const std::string& text,
-                                             const std::string& inheritedFrom) {
+const Shared<PropSource>& Sources::None() {
+    static const util::internal::NeverDestroyed<Shared<PropSource>> source([] {
+        auto none = Shared<PropSource>::Make();
+        none.KeepForever();
+        return none;
+    }());
+    return *source;
+}
+
+Shared<PropSource> Sources::Next(const PropSource& previous, std::string_view text,
+                                 std::string_view inheritedFrom) {
     if (previous.unparsed == 0 && inheritedFrom.empty()) {
-        const auto shared = SharedSources().find(text);
-        if (shared != SharedSources().end())
-            return shared->second;
+        for (const Shared<PropSource>& common : CommonSources())
+            if (common->text == text)
+                return common;
+    } else if (previous.unparsed == 0 && latest_->unparsed == 0 &&
+               latest_->inheritedFrom == inheritedFrom && latest_->text == text) {
+        return latest_;
     }
-    PropSource next{previous.unparsed, previous.type, text, inheritedFrom};
+    PropSource next{previous.unparsed, previous.type, std::string(text),
+                    std::string(inheritedFrom)};
     try {
-        next.type = PropSource::StringToType(text);
+        next.type = PropSource::StringToType(next.text);
     } catch (const std::exception& error) {
         _log.info("%1", error.what());
         next.unparsed = 1;
     }
-    return std::make_shared<const PropSource>(std::move(next));
-}
-
-const std::shared_ptr<const PropSource>& NoSource() {
-    static const util::internal::NeverDestroyed<std::shared_ptr<const PropSource>> source(
-        std::make_shared<const PropSource>());
-    return *source;
+    latest_ = Shared<PropSource>::Make(std::move(next));
+    return latest_;
 }
 
 void LogConversionFailure(const std::exception& error) {
@@ -87,7 +98,7 @@ static_assert(sizeof(unsigned long) == sizeof(std::uint64_t),
 
 template <>
 std::string Property<std::string>::DefaultFromString(const std::string& text) {
-    return text == "-" ? std::string() : text;
+    return std::string_view(text) == "-" ? std::string() : text;
 }
 
 template <>
@@ -97,7 +108,7 @@ std::string Property<std::string>::DefaultToString(const std::string& value) {
 
 template <>
 bool Property<bool>::DefaultFromString(const std::string& text) {
-    return text == "on";
+    return std::string_view(text) == "on";
 }
 
 template <>

@@ -2,10 +2,12 @@
 
 #include "../platform/zfslib_export.h"
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <unordered_map>
 #include <utility>
@@ -53,12 +55,62 @@ enum class PropState : std::uint32_t {
 
 namespace detail {
 
-/// The source that follows `previous` when `text` and `inheritedFrom` are recorded.
-ZFSLIB_EXPORT std::shared_ptr<const PropSource>
-NextSource(const PropSource& previous, const std::string& text, const std::string& inheritedFrom);
+/// A value that many objects share and none changes. Like a std::shared_ptr that is never empty,
+/// but half as wide, and what is kept for ever costs no counting, which threads would wait for one
+/// another at: a set of properties holds a hundred of these.
+template <typename T>
+class Shared {
+public:
+    template <typename... Args>
+    static Shared Make(Args&&... args) {
+        return Shared(new Block{{1}, T{std::forward<Args>(args)...}});
+    }
+    Shared(const Shared& other) noexcept : block_(other.block_) {
+        if (block_->uses.load(std::memory_order_relaxed) != forever)
+            block_->uses.fetch_add(1, std::memory_order_relaxed);
+    }
+    Shared& operator=(const Shared& other) noexcept {
+        Shared copy(other);
+        std::swap(block_, copy.block_);
+        return *this;
+    }
+    ~Shared() {
+        if (block_->uses.load(std::memory_order_relaxed) != forever &&
+            block_->uses.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete block_;
+    }
 
-/// The source of a property that none was recorded for.
-ZFSLIB_EXPORT const std::shared_ptr<const PropSource>& NoSource();
+    const T& operator*() const noexcept { return block_->value; }
+    const T* operator->() const noexcept { return &block_->value; }
+
+    /// Never frees the value from now on. To be called before others have copies.
+    void KeepForever() noexcept { block_->uses = forever; }
+
+private:
+    struct Block {
+        std::atomic<std::size_t> uses;
+        const T value;
+    };
+    static constexpr std::size_t forever = 0;
+
+    explicit Shared(Block* block) noexcept : block_(block) {}
+    Block* block_;
+};
+
+/// Makes the sources of properties. The common ones are one for the whole process, and of those of
+/// one dataset that are inherited, neighbours from the same parent share one.
+class ZFSLIB_EXPORT Sources {
+public:
+    /// The source of a property that none was recorded for.
+    static const Shared<PropSource>& None();
+
+    /// The source that follows `previous` when `text` and `inheritedFrom` are recorded.
+    Shared<PropSource> Next(const PropSource& previous, std::string_view text,
+                            std::string_view inheritedFrom);
+
+private:
+    Shared<PropSource> latest_ = None();
+};
 
 ZFSLIB_EXPORT void LogConversionFailure(const std::exception& error);
 [[noreturn]] ZFSLIB_EXPORT void ThrowResetProhibited(const std::string& name);
@@ -123,6 +175,15 @@ public:
     /// Set and SetSource from the row of the property's name; without one nothing changes.
     void SetSilent(const AuxPropValues& rows);
 
+    /// Set and SetSource from the columns of a row. Of the rows of one dataset, `sources` lets
+    /// those that are equal share their source.
+    void SetRow(std::string_view value, std::string_view source, std::string_view inheritedFrom,
+                detail::Sources& sources);
+
+    /// Makes copies cheaper, and keeps what they share until the process ends: for a property that
+    /// lives as long. To be called before there are copies.
+    void ShareForever() noexcept;
+
     /// @{
     /// The built-in conversions. Text "-" is the empty text; only "on" is true; numbers are read
     /// as by std::stoul, whatever the locale.
@@ -150,27 +211,29 @@ private:
         ToString toString;
     };
 
-    std::shared_ptr<const Definition> definition_;
-    std::shared_ptr<const PropSource> source_;
+    void StoreText();
+
+    detail::Shared<Definition> definition_;
+    detail::Shared<PropSource> source_;
+    detail::Shared<T> defaultValue_; ///< kept by what is moved from
     std::string text_;
-    PropState state_ = PropState::Unset;
-    std::shared_ptr<const T> defaultValue_; ///< shared by copies, and kept by what is moved from
     T value_;
+    PropState state_ = PropState::Unset;
 };
 
 template <typename T>
 Property<T>::Property(std::string name, const T& def, FromString fromString, ToString toString)
-    : definition_(std::make_shared<const Definition>(
-          Definition{std::move(name), std::move(fromString), std::move(toString)})),
-      source_(detail::NoSource()), text_(definition_->toString(def)),
-      defaultValue_(std::make_shared<const T>(def)), value_(def) {}
+    : definition_(detail::Shared<Definition>::Make(std::move(name), std::move(fromString),
+                                                   std::move(toString))),
+      source_(detail::Sources::None()), defaultValue_(detail::Shared<T>::Make(def)),
+      text_(definition_->toString(def)), value_(def) {}
 
 // The shared parts are copied even here, so that a moved-from property can still tell its name.
 // NOLINTBEGIN(performance-move-constructor-init)
 template <typename T>
 Property<T>::Property(Property&& other) noexcept
-    : definition_(other.definition_), source_(other.source_), text_(std::move(other.text_)),
-      state_(other.state_), defaultValue_(other.defaultValue_), value_(std::move(other.value_)) {}
+    : definition_(other.definition_), source_(other.source_), defaultValue_(other.defaultValue_),
+      text_(std::move(other.text_)), value_(std::move(other.value_)), state_(other.state_) {}
 // NOLINTEND(performance-move-constructor-init)
 
 template <typename T>
@@ -204,21 +267,26 @@ void Property<T>::Init(const T& value) {
 template <typename T>
 Property<T>& Property<T>::Set(const std::string& text) {
     text_ = text;
+    StoreText();
+    return *this;
+}
+
+template <typename T>
+void Property<T>::StoreText() {
     try {
         static_cast<void>(definition_->fromString(text_));
     } catch (const std::exception& error) {
         detail::LogConversionFailure(error);
         state_ = PropState::Failed;
-        return *this;
+        return;
     }
     // Converted again rather than kept from above: an error now is Init's, and the caller's.
     Init(definition_->fromString(text_));
-    return *this;
 }
 
 template <typename T>
 void Property<T>::SetSource(const std::string& sourceText, const std::string& inheritedFrom) {
-    source_ = detail::NextSource(*source_, sourceText, inheritedFrom);
+    source_ = detail::Sources().Next(*source_, sourceText, inheritedFrom);
 }
 
 template <typename T>
@@ -228,6 +296,20 @@ void Property<T>::SetSilent(const AuxPropValues& rows) {
         return;
     Set(row->second.value);
     SetSource(row->second.source, row->second.inheritedFrom);
+}
+
+template <typename T>
+void Property<T>::SetRow(std::string_view value, std::string_view source,
+                         std::string_view inheritedFrom, detail::Sources& sources) {
+    text_ = value;
+    StoreText();
+    source_ = sources.Next(*source_, source, inheritedFrom);
+}
+
+template <typename T>
+void Property<T>::ShareForever() noexcept {
+    definition_.KeepForever();
+    defaultValue_.KeepForever();
 }
 
 /// @{

@@ -2,9 +2,11 @@
 
 #include "zfstools/Executor.h"
 #include "zfstools/internal/EnumTexts.h"
+#include "zfstools/internal/GetRow.h"
 #include "zfstools/internal/LoggedExecution.h"
 #include "zfstools/logging.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -70,36 +72,42 @@ std::string ZfsDataset::TypeToString(const Type& type) {
     return TypeTexts().Text(type, typeError);
 }
 
-std::string ZfsDataset::ParseDatasetPropOutputRow(const std::vector<std::string>& row,
-                                                  AuxPropValue& out) {
-    if (row.empty())
-        return {};
-    if (row.size() < 4) {
-        std::string cells;
-        for (const std::string& cell : row)
-            cells += cell + " ";
-        throw std::runtime_error("Failed to parse zfs get: raw size [" +
-                                 std::to_string(row.size()) + "], row [" + cells + "]");
+std::optional<GetRow> ReadGetRow(const GetCells& line) {
+    const auto& [cells, count] = line;
+    if (count == 0)
+        return std::nullopt;
+    if (count < 4) {
+        std::string text;
+        for (std::size_t i = 0; i < count; ++i)
+            text.append(cells[i]).append(" ");
+        throw std::runtime_error("Failed to parse zfs get: raw size [" + std::to_string(count) +
+                                 "], row [" + text + "]");
     }
-    const std::string& name = row[1];
-    const std::string& source = row[3];
+    const auto& [dataset, name, value, source, from, parent] = cells;
     if (name == "creation") // "Sun Nov 22 20:59 2026": its words would be taken for a source
-        return {};
-    if (row.size() == 4) {
-        out.value = row[2];
-        out.source = source;
-        out.inheritedFrom.clear();
-        return name;
-    }
+        return std::nullopt;
+    if (count == 4)
+        return GetRow{name, value, source, {}};
     if (source != "inherited")
-        return {};
-    if (row.size() < 6)
+        return std::nullopt;
+    if (count < 6)
         throw std::runtime_error(
             "Failed to parse an inherited section of ZFS properties: parent not found.");
-    out.value = row[2];
-    out.source = source;
-    out.inheritedFrom = row[5];
-    return name;
+    return GetRow{name, value, source, parent};
+}
+
+std::string ZfsDataset::ParseDatasetPropOutputRow(const std::vector<std::string>& row,
+                                                  AuxPropValue& out) {
+    GetCells line;
+    line.count = std::min(row.size(), GetCells::most);
+    std::copy_n(row.begin(), line.count, line.cells.begin());
+    const std::optional<GetRow> parsed = ReadGetRow(line);
+    if (!parsed)
+        return {};
+    out.value = parsed->value;
+    out.source = parsed->source;
+    out.inheritedFrom = parsed->inheritedFrom;
+    return std::string(parsed->name);
 }
 
 void ZfsDataset::Mount(const std::string& name) {

@@ -3,9 +3,11 @@
 #include "exc/exc.h"
 #include "posix/CUserInfo.h"
 #include "system/CRecoveryIsoDetector.h"
+#include "util/internal/NeverDestroyed.h"
 #include "util/str.h"
 #include "zfstools/TextTable.h"
 #include "zfstools/Util.h"
+#include "zfstools/internal/GetRow.h"
 #include "zfstools/logging.h"
 
 #include <algorithm>
@@ -74,6 +76,61 @@ void SetListColumns(ZfsDataset& dataset, const std::string& name, const std::str
     dataset.avail = ParseSpaceValue(avail);
     dataset.used = ParseSpaceValue(used);
     dataset.usedrefreserv = ParseSpaceValue(usedrefreserv);
+}
+
+/// The place of each member of ZfsProperties in the order of ForEach, by its name.
+const std::unordered_map<std::string_view, std::size_t>& MemberPlaces() {
+    using Places = std::unordered_map<std::string_view, std::size_t>;
+    static const util::internal::NeverDestroyed<ZfsProperties> defaults{ZfsProperties()};
+    static const util::internal::NeverDestroyed<Places> places([] {
+        Places byName; // views of the names in `defaults`
+        ZfsProperties::ForEach(*defaults, [&byName](const auto& property) {
+            byName.emplace(property.GetName(), byName.size());
+        });
+        return byName;
+    }());
+    return *places;
+}
+
+GetCells CutIntoCells(std::string_view line) {
+    GetCells result;
+    while (result.count < GetCells::most) {
+        const std::string_view cell = util::ConsumeWord(line);
+        if (cell.empty())
+            break;
+        result.cells[result.count++] = cell;
+    }
+    return result;
+}
+
+/// The rows of one `zfs get all` that a record keeps. Of a name that repeats, the later row counts.
+struct DatasetRows {
+    /// Errors: as ReadGetRow.
+    explicit DatasetRows(std::string_view getOutput);
+
+    std::vector<GetRow> members; ///< in the order of ForEach; one that has no row has no name
+    std::vector<GetRow> users;   ///< by name
+};
+
+DatasetRows::DatasetRows(std::string_view getOutput) : members(MemberPlaces().size()) {
+    if (!getOutput.empty())
+        util::ConsumeLine(getOutput); // the header
+    while (!getOutput.empty()) {
+        const auto row = ReadGetRow(CutIntoCells(util::ConsumeLine(getOutput)));
+        if (!row)
+            continue;
+        const auto place = MemberPlaces().find(row->name);
+        if (place != MemberPlaces().end())
+            members[place->second] = *row;
+        else if (row->name.find(':') != std::string_view::npos)
+            users.push_back(*row);
+    }
+    std::reverse(users.begin(), users.end()); // so that the later row leads
+    std::stable_sort(users.begin(), users.end(),
+                     [](const GetRow& a, const GetRow& b) { return a.name < b.name; });
+    users.erase(std::unique(users.begin(), users.end(),
+                            [](const GetRow& a, const GetRow& b) { return a.name == b.name; }),
+                users.end());
 }
 
 } // namespace
@@ -233,21 +290,20 @@ ZfsDataset ZfsDatasetEnumerator::ParseDatasetFields(const std::string& name,
 
 void ZfsDatasetEnumerator::ParseDatasetProperties(const std::string& getOutput,
                                                   ZfsProperties& properties) {
-    AuxPropValues rows(128); // room for them: a filesystem has some 70
-    for (RowReader reader(getOutput, 1); reader.Next();) {
-        AuxPropValue value;
-        std::string name = ZfsDataset::ParseDatasetPropOutputRow(reader.Row(), value);
-        if (!name.empty())
-            rows[std::move(name)] = std::move(value);
-    }
-    properties.SetSilent(rows);
-    for (const auto& [name, row] : rows) {
-        if (name.find(':') == std::string::npos)
-            continue;
-        Property<std::string> property(name, "");
-        property.Set(row.value);
-        property.SetSource(row.source, row.inheritedFrom);
-        properties.userProperties.push_back(std::move(property));
+    // All rows are read before any is stored: where one cannot be, the properties stay as they
+    // were.
+    const DatasetRows rows(getOutput);
+    detail::Sources sources;
+    std::size_t member = 0;
+    ZfsProperties::ForEach(properties, [&](auto& property) {
+        if (const GetRow& row = rows.members[member++]; !row.name.empty())
+            property.SetRow(row.value, row.source, row.inheritedFrom, sources);
+    });
+    properties.userProperties.reserve(properties.userProperties.size() + rows.users.size());
+    for (const GetRow& row : rows.users) {
+        Property<std::string>& property =
+            properties.userProperties.emplace_back(std::string(row.name), "");
+        property.SetRow(row.value, row.source, row.inheritedFrom, sources);
     }
 }
 

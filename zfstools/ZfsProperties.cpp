@@ -112,13 +112,22 @@ std::optional<double> WholeNumber(const std::string& text) {
 
 SpaceSize::Unit::Unit(const std::string& name, const std::vector<std::string>& altNames,
                       unsigned long byteFactor)
-    : name_(name), altNames_(altNames), byteFactor_(byteFactor) {
+    : names_(detail::Shared<Names>::Make(name, altNames)), byteFactor_(byteFactor) {
     if (byteFactor == 0)
         throw std::runtime_error("Units cannot have zero byte factor.");
 }
 
 // For hosts; it is destroyed with the process's other objects.
 const std::vector<SpaceSize::Unit> SpaceSize::units = AllUnits();
+
+const SpaceSize::Unit& SpaceSize::Bytes() {
+    static const util::internal::NeverDestroyed<Unit> bytes([] {
+        Unit unit("B", {"B"}, 1);
+        unit.names_.KeepForever();
+        return unit;
+    }());
+    return *bytes;
+}
 
 SpaceSize SpaceSize::FromString(const std::string& text) {
     SpaceSize size;
@@ -130,15 +139,16 @@ SpaceSize SpaceSize::FromString(const std::string& text) {
         size.kind = Kind::Value;
         size.bytes = static_cast<std::uint64_t>(util::StringToInt(text));
         const std::vector<Unit>& all = AllUnits();
-        const auto bytes = std::find_if(
-            all.begin(), all.end(), [](const Unit& candidate) { return candidate.name_ == "B"; });
+        const auto bytes = std::find_if(all.begin(), all.end(), [](const Unit& candidate) {
+            return candidate.names_->name == "B";
+        });
         if (bytes == all.end())
             throw std::runtime_error("No byte units are defined in SpaceSize.");
         size.unit = *bytes;
         return size;
     }
     for (const Unit& candidate : AllUnits()) {
-        for (const std::string& suffix : candidate.altNames_) {
+        for (const std::string& suffix : candidate.names_->suffixes) {
             if (!util::str_is_finishes_with(text, suffix))
                 continue;
             // "10kb" ends in the "b" of bytes as well, but "10k" is no number.
@@ -160,7 +170,7 @@ std::string SpaceSize::ToString(const SpaceSize& size) {
     case Kind::Value:
         return util::DoubleToString(static_cast<double>(size.bytes) /
                                     static_cast<double>(size.unit.byteFactor_)) +
-               size.unit.name_;
+               size.unit.names_->name;
     case Kind::Auto:
         return "auto";
     case Kind::None:
@@ -270,7 +280,11 @@ ZfsProperties& ZfsProperties::operator=(ZfsProperties&& other) noexcept {
 }
 
 const ZfsProperties& ZfsProperties::Defaults() {
-    static const util::internal::NeverDestroyed<ZfsProperties> defaults(ZfsProperties(BuildTag{}));
+    static const util::internal::NeverDestroyed<ZfsProperties> defaults([] {
+        ZfsProperties set(BuildTag{});
+        ForEach(set, [](auto& property) { property.ShareForever(); });
+        return set;
+    }());
     return *defaults;
 }
 

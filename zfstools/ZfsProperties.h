@@ -25,17 +25,21 @@ public:
                  unsigned long byteFactor);
 
             /// The name the unit is printed with: "K".
-            [[nodiscard]] std::string Name() const { return name_; }
+            [[nodiscard]] std::string Name() const { return names_->name; }
             /// The suffixes the unit is read from, in the order they are tried.
-            [[nodiscard]] std::vector<std::string> AltName() const { return altNames_; }
+            [[nodiscard]] std::vector<std::string> AltName() const { return names_->suffixes; }
             /// Bytes per unit; never 0.
             [[nodiscard]] unsigned long ByteFactor() const noexcept { return byteFactor_; }
 
         private:
             friend class SpaceSize;
 
-            std::string name_;
-            std::vector<std::string> altNames_;
+            struct Names {
+                std::string name;
+                std::vector<std::string> suffixes;
+            };
+
+            detail::Shared<Names> names_;
             std::uint64_t byteFactor_;
         };
 
@@ -46,9 +50,9 @@ public:
             Auto = 2,  ///< the word "auto"
         };
 
-        std::uint64_t bytes = 0;  ///< 0 unless the kind is Value
-        Unit unit{"B", {"B"}, 1}; ///< the one it was written in
-        Kind kind = Kind::None;   ///< which of the three it is
+        std::uint64_t bytes = 0; ///< 0 unless the kind is Value
+        Unit unit = Bytes();     ///< the one it was written in
+        Kind kind = Kind::None;  ///< which of the three it is
 
         /// B, K, M, G and T, in the order their suffixes are tried. There is none above T.
         static const std::vector<Unit> units;
@@ -74,6 +78,9 @@ public:
         bool operator<(const SpaceSize& other) const { return bytes < other.bytes; }
         bool operator==(const SpaceSize& other) const { return bytes == other.bytes; }
         /// @}
+
+    private:
+        static const Unit& Bytes();
     };
 
     /// What becomes of an access list when the mode is set: the words of `aclmode`.

@@ -58,8 +58,20 @@ VirtualDeviceType TypeFromName(std::string_view name) {
     return VirtualDeviceType::Disk;
 }
 
+/// The identifier is given later, to all devices of a section at once.
 void AddDevice(VirtualDevice& device, const std::string& name) {
-    device.devices.push_back({guid::guid_t::CreateNew(), name});
+    device.devices.push_back({{}, name});
+}
+
+void GiveIdentifiers(std::vector<VirtualDevice>& devices) {
+    std::size_t count = 0;
+    for (const VirtualDevice& device : devices)
+        count += device.devices.size();
+    const std::vector<guid::guid_t> identifiers = guid::guid_t::CreateNew(count);
+    auto next = identifiers.begin();
+    for (VirtualDevice& device : devices)
+        for (Zpool::DeviceReference& reference : device.devices)
+            reference.guid = *next++;
 }
 
 VirtualDevice DeviceFromName(const std::string& name) {
@@ -89,6 +101,7 @@ std::vector<VirtualDevice> ParseConfigSection(const std::vector<std::string>& li
     for (const VirtualDevice& device : devices)
         if (device.devices.empty())
             throw std::runtime_error("Error. Empty virtual device parsed in zpool.");
+    GiveIdentifiers(devices);
     return devices;
 }
 

@@ -3,8 +3,10 @@
 #include "../zfslib_export.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace guid {
 
@@ -15,6 +17,10 @@ public:
 
     /// A new random identifier (version 4 of the universally unique ones).
     static guid_t CreateNew();
+
+    /// So many new ones, for one read of the system's random device in all. A new one each time:
+    /// none is kept for later, so that processes which fork cannot come by the same.
+    static std::vector<guid_t> CreateNew(std::size_t count);
 
     /// @{
     /// Identifiers are ordered byte by byte.
