@@ -59,6 +59,7 @@ public:
             if (IsPlainName(name) && positions_.emplace(name, names_.size()).second)
                 names_.push_back(name);
         }
+        answered_.assign(names_.size(), false);
     }
 
     [[nodiscard]] std::optional<std::size_t> Find(std::string_view name) const {
@@ -68,12 +69,22 @@ public:
         return found->second;
     }
 
+    /// Whether the name was asked for by itself, or in a batch that could be used. It is in no
+    /// further batch: a caller that asks for it again and again, or in an order of its own, is not
+    /// to make each of its commands one for hundreds of datasets.
+    [[nodiscard]] bool IsAnswered(std::size_t position) const { return answered_[position]; }
+    void SetAnswered(std::size_t position, std::size_t count = 1) {
+        const auto first = answered_.begin() + static_cast<std::ptrdiff_t>(position);
+        std::fill_n(first, count, true);
+    }
+
     [[nodiscard]] std::size_t Size() const { return names_.size(); }
     std::string_view operator[](std::size_t position) const { return names_[position]; }
 
 private:
     std::string text_;
     std::vector<std::string_view> names_; // views of text_, as are the keys of positions_
+    std::vector<bool> answered_;          // by position in names_
     std::unordered_map<std::string_view, std::size_t> positions_;
 };
 
@@ -87,11 +98,29 @@ public:
     /// Takes the answer for the `count` names from `first` on. Returns why it cannot be split, and
     /// then holds nothing; nullptr when it was.
     ///
-    /// A value may hold a newline and below it a forged row of another dataset. It cannot get into
-    /// that dataset's block: every block must begin with the property that the very first row is
-    /// about ("type", or where the tool sorts them the first in the alphabet), and have no second
-    /// row about it. A forged row in front of a true block either does not begin it so, or makes
-    /// the block's own beginning the second.
+    /// Values are printed raw, so one with newlines looks like rows of other datasets, and whoever
+    /// may set a property of a dataset chooses what they say. They are told apart by where the
+    /// SOURCE stands: two blanks in front of it, at the column that the header has it in.
+    ///
+    ///     NAME       PROPERTY  VALUE                               SOURCE
+    ///     tank/home  org:x     1  local
+    ///     tank/vol  readonly  on  -  local
+    ///     tank/vol   type      volume                              -
+    ///
+    /// The tool makes the value column as wide as the widest value of all, newlines and what
+    /// follows them included, and pads to it. A value with newlines is at most as long as the
+    /// column is wide, so each of its lines but the first has less than that width, at the line's
+    /// very beginning, and the first ends before the column does. On the last line the padding and
+    /// the true SOURCE follow; it begins left of its column by the columns in front of it, at
+    /// least. In its text, "inherited from NAME" at most, are no two blanks in a row: NAME is an
+    /// ancestor of a dataset with a plain name. So no line of such a value has a SOURCE in its
+    /// place, and every line that has one is a true row, printed for the dataset it begins with.
+    /// (Nor have the few numbers that are wider than the column that the tool plans for them: they
+    /// only make a command more.)
+    ///
+    /// A line without one belongs to the dataset of the row in front of it, or of the row behind
+    /// it; where these are two, neither is trusted. The rows of a dataset that no such line touches
+    /// are all there.
     const char* Assign(std::string output, const NameList& names, std::size_t first,
                        std::size_t count) {
         Clear();
@@ -108,15 +137,26 @@ public:
     std::optional<std::string> Take(std::size_t position) {
         if (position < first_ || position - first_ >= blocks_.size())
             return std::nullopt;
-        const std::string_view block = std::exchange(blocks_[position - first_], {});
-        if (block.empty())
-            return std::nullopt;
-        std::string answer;
-        answer.reserve(header_.size() + block.size());
-        answer.append(header_).append(block);
+        const Block block = std::exchange(blocks_[position - first_], {});
+        std::optional<std::string> answer;
+        if (!block.rows.empty() && block.isWhole) {
+            answer.emplace().reserve(header_.size() + block.rows.size());
+            answer->append(header_).append(block.rows);
+        }
         if (position - first_ + 1 == blocks_.size())
             Clear();
         return answer;
+    }
+
+    [[nodiscard]] std::size_t Size() const { return text_.size(); }
+
+    /// How many bytes the single commands would not have had: blanks that pad each row to the
+    /// widest value of other datasets.
+    [[nodiscard]] std::size_t Padding() const {
+        std::size_t padding = 0;
+        for (const Block& block : blocks_)
+            padding += block.rowCount * (sourceColumn_ - gap.size() - block.valueEnd);
+        return padding;
     }
 
     void Clear() {
@@ -125,6 +165,14 @@ public:
     }
 
 private:
+    /// The rows of one dataset.
+    struct Block {
+        std::string_view rows; ///< of text_; empty once it was used
+        bool isWhole = true;   ///< every line is a row of this dataset, and no row is missing
+        std::size_t rowCount = 0;
+        std::size_t valueEnd = 0; ///< of the widest value
+    };
+
     const char* Split(const NameList& names, std::size_t count) {
         std::string_view rest = text_;
         if (rest.empty() || rest.back() != '\n')
@@ -135,38 +183,63 @@ private:
             if (util::ConsumeWord(line) != column)
                 return "its header is missing";
         }
+        sourceColumn_ = header_.find("SOURCE");
 
-        std::string_view leadingProperty;
+        bool isWhole = true; // nothing but rows since the last row
         while (!rest.empty()) {
             const char* const row = rest.data();
             line = util::ConsumeLine(rest);
-            const std::string_view name = util::ConsumeWord(line);
-            const std::string_view property = util::ConsumeWord(line);
+            if (!HasSourceInPlace(line)) {
+                isWhole = false;
+                continue;
+            }
+            std::string_view words = line;
+            const std::string_view name = util::ConsumeWord(words);
             const bool startsBlock =
                 blocks_.size() < count && name == names[first_ + blocks_.size()];
             if (!startsBlock && (blocks_.empty() || name != names[first_ + blocks_.size() - 1]))
                 return "a row is about none of the datasets in turn";
-            if (leadingProperty.empty())
-                leadingProperty = property;
-            if (startsBlock != (property == leadingProperty))
-                return "a dataset's rows begin or repeat unlike the first one's";
+            if (!isWhole && !blocks_.empty())
+                blocks_.back().isWhole = false;
             if (startsBlock)
-                blocks_.emplace_back(row, 0);
-            std::string_view& block = blocks_.back();
-            block = {block.data(), static_cast<std::size_t>(rest.data() - block.data())};
+                blocks_.push_back({{row, 0}, isWhole, 0, 0});
+            isWhole = true;
+            Block& block = blocks_.back();
+            block.rows = {block.rows.data(),
+                          static_cast<std::size_t>(rest.data() - block.rows.data())};
+            ++block.rowCount;
+            block.valueEnd =
+                std::max(block.valueEnd, line.find_last_not_of(' ', sourceColumn_ - 1) + 1);
         }
-        return blocks_.size() == count ? nullptr : "a dataset is missing";
+        if (blocks_.size() != count)
+            return "a dataset is missing";
+        blocks_.back().isWhole = blocks_.back().isWhole && isWhole;
+        const bool anyWhole = std::any_of(blocks_.begin(), blocks_.end(),
+                                          [](const Block& block) { return block.isWhole; });
+        return anyWhole ? nullptr : "no dataset's rows have their sources in place";
     }
 
+    [[nodiscard]] bool HasSourceInPlace(std::string_view line) const {
+        return line.size() > sourceColumn_ && line[sourceColumn_] != ' ' &&
+               line.substr(sourceColumn_ - gap.size(), gap.size()) == gap;
+    }
+
+    static constexpr std::string_view gap = "  "; // between two columns
+
     std::string text_;
-    std::string_view header_;              // of text_, with its newline
-    std::vector<std::string_view> blocks_; // of text_, one for each name; empty once it was used
+    std::string_view header_; // of text_, with its newline
+    std::size_t sourceColumn_ = 0;
+    std::vector<Block> blocks_; // one for each name
     std::size_t first_ = 0;
 };
 
 /// How many datasets to ask for at once. A batch that fails is narrowed down, as in a binary
 /// search, to the dataset that spoils it; the sizes double again with every batch that succeeds.
 /// Where not even pairs succeed, batches are tried ever more rarely.
+///
+/// One wide value widens every row of its batch: 8,000 bytes in one of 256 datasets make 135 MB of
+/// 2 MB. So a batch is kept so small that the widest rows seen so far would not give more than
+/// `leastCredit` of text, or as much as narrow batches have given since, up to `mostCredit`.
 class Pace {
 public:
     explicit Pace(std::size_t most) : most_(most), size_(most) {}
@@ -174,7 +247,7 @@ public:
     [[nodiscard]] std::size_t Count(std::size_t position) const {
         if (position < spoiledEnd_)
             return std::max<std::size_t>((spoiledEnd_ - position) / 2, 1);
-        return pause_ == 0 ? size_ : 1;
+        return pause_ == 0 ? std::min(size_, TextAllows()) : 1;
     }
 
     void Single() {
@@ -182,9 +255,14 @@ public:
             --pause_;
     }
 
-    void Succeeded() {
+    /// `padding` is what of the text the single commands would not have had.
+    void Succeeded(std::size_t count, std::size_t text, std::size_t padding) {
         size_ = Doubled(size_);
         nextPause_ = 1;
+        widest_ = std::max(widest_, text / count);
+        const std::size_t earned = text - padding;
+        credit_ = credit_ + earned > padding ? credit_ + earned - padding : 0;
+        credit_ = std::clamp(credit_, leastCredit, mostCredit);
     }
 
     void Failed(std::size_t position, std::size_t count) {
@@ -199,6 +277,13 @@ public:
     void StartList() { spoiledEnd_ = 0; }
 
 private:
+    static constexpr std::size_t leastCredit = std::size_t{4} << 20;
+    static constexpr std::size_t mostCredit = std::size_t{64} << 20;
+
+    [[nodiscard]] std::size_t TextAllows() const {
+        return std::max<std::size_t>(credit_ / std::max<std::size_t>(widest_, 1), 1);
+    }
+
     [[nodiscard]] std::size_t Doubled(std::size_t size) const {
         return size > most_ / 2 ? most_ : 2 * size;
     }
@@ -208,6 +293,8 @@ private:
     std::size_t spoiledEnd_ = 0; ///< the end of the narrowest batch that failed
     std::size_t pause_ = 0;      ///< how many single commands to run before the next batch
     std::size_t nextPause_ = 1;
+    std::size_t widest_ = 0; ///< bytes for each dataset of the widest batch
+    std::size_t credit_ = leastCredit;
 };
 
 class Batcher {
@@ -254,13 +341,13 @@ private:
         while (!answer) {
             const std::size_t count = CountThatFits(position, pace_.Count(position));
             if (count < 2) {
-                pace_.Single();
+                if (!names_.IsAnswered(position))
+                    pace_.Single();
+                names_.SetAnswered(position);
                 return executor_(command);
             }
-            if (RunBatch(position, count)) {
-                pace_.Succeeded();
+            if (RunBatch(position, count))
                 answer = answer_.Take(position);
-            }
         }
         return *std::move(answer);
     }
@@ -271,7 +358,7 @@ private:
         std::size_t length = getCommand.size();
         for (std::size_t fitting = 0; fitting < count; ++fitting) {
             length += names_[position + fitting].size() + 1;
-            if (length - 1 > commandLength_)
+            if (length - 1 > commandLength_ || names_.IsAnswered(position + fitting))
                 return fitting;
         }
         return count;
@@ -284,8 +371,11 @@ private:
             command.append(" ").append(names_[i]);
         try {
             const char* error = answer_.Assign(executor_(command), names_, position, count);
-            if (error == nullptr)
+            if (error == nullptr) {
+                names_.SetAnswered(position, count);
+                pace_.Succeeded(count, answer_.Size(), answer_.Padding());
                 return true;
+            }
             LogFailure(position, count, error);
             pace_.Failed(position, count);
         } catch (const std::exception& error) {

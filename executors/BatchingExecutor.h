@@ -22,11 +22,13 @@ struct BatchingOptions {
 /// keeps the rest, each part for one use, until the next such command or list or until any command
 /// that may change a property. All other commands pass through.
 ///
-/// The caller sees what `executor` alone would give, except that the columns can be wider. A
-/// dataset with an unusual name, one that vanished, and one whose answer cannot be told apart from
-/// its neighbour's (a property value may hold a newline) is asked for by itself. One such dataset
-/// costs about twice the logarithm of `namesPerCommand` in further commands; where many are so, it
-/// comes to little more than one command for each dataset.
+/// The caller sees what `executor` alone would give, except that the columns can be wider. Asked
+/// for by itself is a dataset with an unusual name, one that vanished, one that is asked for a
+/// second time, and one that a property value with a newline stands in, for such a value can look
+/// like rows of other datasets; this relies on `zfs get` padding its columns to the widest value.
+/// A vanished dataset costs about twice the logarithm of `namesPerCommand` in further commands, a
+/// value with a newline up to two; where many are so, it comes to little more than one command for
+/// each dataset. One wide value widens all rows of its batch, so the next batches are smaller.
 ///
 /// The result and its copies share one state and may be called by several threads, which wait for
 /// each other's batches. It is best used by one enumeration at a time: a second one replaces the

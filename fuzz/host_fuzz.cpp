@@ -10,6 +10,7 @@
 #include "zfstools/ZpoolsEnumerator.h"
 
 #include <algorithm>
+#include <array>
 #include <set>
 
 using namespace zfslib;
@@ -75,24 +76,43 @@ CommandExecutor HostExecutor(const std::string& recording) {
     };
 }
 
-/// The rows of an answer of `zfs get all`, without the header; nothing when the tool could not
-/// have printed it: each dataset's rows begin with its name and one and the same property.
-std::string_view GenuineRows(std::string_view answer, const std::string& name,
-                             std::string& leadingProperty) {
-    const bool isWhole = !answer.empty() && answer.back() == '\n';
-    if (!isWhole || util::split(util::ConsumeLine(answer)) !=
-                        std::vector<std::string>{"NAME", "PROPERTY", "VALUE", "SOURCE"})
+/// Name, property, value, source.
+using GetRow = std::array<std::string, 4>;
+
+/// The rows of an answer of `zfs get all` about one dataset; none when the tool could not have
+/// printed it: every cell stands below its column's head.
+std::vector<GetRow> GenuineRows(std::string_view answer, const std::string& name) {
+    std::vector<GetRow> rows;
+    if (answer.empty() || answer.back() != '\n')
         return {};
-    const TextTable table{std::string(answer)};
-    const std::vector<std::vector<std::string>> rows = table.GetRows(0);
-    if (rows.empty() || rows[0].size() < 2 || rows[0][0] != name)
+    const std::string_view header = util::ConsumeLine(answer);
+    if (util::split(header) != std::vector<std::string>{"NAME", "PROPERTY", "VALUE", "SOURCE"})
         return {};
-    if (leadingProperty.empty())
-        leadingProperty = rows[0][1];
-    return rows[0][1] == leadingProperty ? answer : std::string_view();
+    std::array<std::size_t, 5> columns{0, header.find("PROPERTY"), header.find("VALUE"),
+                                       header.find("SOURCE"), std::string_view::npos};
+    while (!answer.empty()) {
+        const std::string_view line = util::ConsumeLine(answer);
+        GetRow& row = rows.emplace_back();
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            if (line.size() <= columns[i])
+                return {};
+            row[i] = line.substr(columns[i], columns[i + 1] - columns[i]);
+            if (i == 3)
+                break;
+            if (!util::str_is_finishes_with(row[i], "  "))
+                return {};
+            row[i].erase(row[i].find_last_not_of(' ') + 1);
+        }
+        const bool isOneWord = util::split(row[1]) == std::vector<std::string>{row[1]};
+        if (row[0] != name || !isOneWord || row[3].front() == ' ' ||
+            row[3].find("  ") != std::string::npos)
+            return {};
+    }
+    return rows;
 }
 
-/// The same host, which can be asked for the properties of several datasets at once.
+/// The same host, which can be asked for the properties of several datasets at once. As with the
+/// tool, each column is then as wide as the widest of its cells.
 CommandExecutor ManyNamesExecutor(const CommandExecutor& host) {
     return [host](const std::string& command) {
         const std::string getCommand = "/usr/bin/env -i zfs get all ";
@@ -101,14 +121,22 @@ CommandExecutor ManyNamesExecutor(const CommandExecutor& host) {
         const std::vector<std::string> names = util::split(command.substr(getCommand.size()));
         if (names.size() < 2)
             return host(command);
-        std::string output = "NAME PROPERTY VALUE SOURCE\n";
-        std::string leadingProperty;
+        std::vector<GetRow> all{{"NAME", "PROPERTY", "VALUE", "SOURCE"}};
         for (const std::string& name : names) {
-            const std::string answer = host(getCommand + name);
-            const std::string_view rows = GenuineRows(answer, name, leadingProperty);
+            const std::vector<GetRow> rows = GenuineRows(host(getCommand + name), name);
             if (rows.empty())
                 throw CommandFailed("not what the tool prints");
-            output += rows;
+            all.insert(all.end(), rows.begin(), rows.end());
+        }
+        std::array<std::size_t, 3> widths{};
+        for (const GetRow& row : all)
+            for (std::size_t i = 0; i < widths.size(); ++i)
+                widths[i] = std::max(widths[i], row[i].size());
+        std::string output;
+        for (const GetRow& row : all) {
+            for (std::size_t i = 0; i < widths.size(); ++i)
+                output.append(row[i]).append(widths[i] - row[i].size() + 2, ' ');
+            output += row[3] + "\n";
         }
         return output;
     };
