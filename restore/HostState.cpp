@@ -47,9 +47,9 @@ const PropertyRule* FindRule(const PropertyRules& rules, std::string_view proper
     return family == rules.end() ? nullptr : &family->second;
 }
 
-bool ToolsState::TakesOption(std::string_view command, char option) const {
-    const auto usage = zfsUsage.find(command);
-    if (usage == zfsUsage.end())
+bool TakesOption(const CommandUsages& usages, std::string_view command, char option) {
+    const auto usage = usages.find(command);
+    if (usage == usages.end())
         return false;
     // Options stand as "[-u]", "[-Hpn]", "[-r|-d max]" and, when they must be given, as "-V" alone.
     const std::string& text = usage->second;

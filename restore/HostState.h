@@ -149,7 +149,9 @@ struct SnapshotState {
     std::string_view name; ///< "tank/data@monday"
     /// The user properties that were set on itself or came with it, not what it inherits.
     std::vector<PropertyValue> userProperties;
-    std::vector<std::string> holds; ///< the tags; they may have blanks in them
+    std::vector<std::string> holds; ///< the tags, sorted; they may have blanks in them
+    /// Why the holds are not known; empty when they are.
+    std::string holdsDoubt;
 };
 
 /// A device, or a group of devices, in a pool's tree.
@@ -235,6 +237,15 @@ using PropertyRules = std::map<std::string, PropertyRule, std::less<>>;
 [[nodiscard]] ZFSLIB_EXPORT const PropertyRule* FindRule(const PropertyRules& rules,
                                                          std::string_view property);
 
+/// The usage of each command, without its name, with blanks where its lines are broken; several
+/// forms of one command with a newline between. Example: of "set"
+/// "[-u] <property=value> ... <filesystem|volume|snapshot> ...".
+using CommandUsages = std::map<std::string, std::string, std::less<>>;
+
+/// Whether a command has an option of one letter: TakesOption(tools.zfsUsage, "set", 'u').
+[[nodiscard]] ZFSLIB_EXPORT bool TakesOption(const CommandUsages& usages, std::string_view command,
+                                             char option);
+
 /// The tools a state was read with, and what they can do.
 struct ZFSLIB_EXPORT ToolsState {
     std::string system;  ///< `uname -s`: "Linux", "FreeBSD", "SunOS"
@@ -246,21 +257,15 @@ struct ZFSLIB_EXPORT ToolsState {
 
     PropertyRules datasetProperties; ///< from `zfs get`
     PropertyRules poolProperties;    ///< from `zpool get`
-    PropertyRules deviceProperties;  ///< from `zpool get`, where it has a table of them
 
-    /// The usage of each command, as `zfs` and `zpool` print it when they are called alone, without
-    /// its name; several forms of one command with a newline between. Example: zfs "set":
-    /// "[-u] <property=value> ... <filesystem|volume|snapshot> ...".
-    std::map<std::string, std::string, std::less<>> zfsUsage;
-    std::map<std::string, std::string, std::less<>> zpoolUsage; ///< the same for `zpool`
+    CommandUsages zfsUsage;   ///< from `zfs` called alone
+    CommandUsages zpoolUsage; ///< from `zpool` called alone
 
     bool hasReceived = false;      ///< `zfs get -o received`
     bool hasTypeOption = false;    ///< `zfs get -t`
     bool hasObjectQuotas = false;  ///< `zfs userspace -o objquota`
     bool hasProjectQuotas = false; ///< `zfs projectspace`
 
-    /// Whether a command of `zfs` has an option, as its usage shows: TakesOption("set", 'u').
-    [[nodiscard]] bool TakesOption(std::string_view command, char option) const;
     /// Whether one `zfs set` may change several properties (Solaris: one each).
     [[nodiscard]] bool SetsSeveral() const;
     /// The first numbers of the version, for what only that tells: AtLeast(2, 2). False when there

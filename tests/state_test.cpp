@@ -73,7 +73,7 @@ TEST(HostState, ToolsTellWhatTheyTake) {
                                                           {"get", 'x', false},
                                                           {"inherit", 'S', true},
                                                           {"none", 'S', false}})
-        EXPECT_EQ(tools.TakesOption(command, option), taken) << command << " -" << option;
+        EXPECT_EQ(TakesOption(tools.zfsUsage, command, option), taken) << command << " -" << option;
     EXPECT_TRUE(tools.SetsSeveral());
     tools.zfsUsage["set"] = "<property=value> <filesystem|volume|snapshot> ...";
     EXPECT_FALSE(tools.SetsSeveral());
