@@ -3,6 +3,8 @@
 #include "inspect/Gather.h"
 #include "inspect/Json.h"
 
+#include <string>
+#include <utility>
 #include <variant>
 
 namespace inspect {
@@ -74,6 +76,21 @@ Json LocatedPathJson(const LocatedPath& path) {
             {"error", NullIfEmpty(path.error)}};
 }
 
+/// ASCII only, so that no control character reaches a terminal; what is not UTF-8 is replaced.
+std::string Dump(const Json& json) {
+    return json.dump(2, ' ', true, Json::error_handler_t::replace);
+}
+
+/// A dumped value that stands inside another: no string in it holds a line break.
+std::string DumpInside(const Json& json, std::size_t columns) {
+    std::string text = Dump(json);
+    for (std::size_t end = text.find('\n'); end != std::string::npos;
+         end = text.find('\n', end + columns))
+        text.insert(end + 1, columns, ' ');
+    return text;
+}
+
+/// The document of each report but that of datasets.
 struct ToJson {
     Json operator()(const PoolsReport& report) const {
         return {{"pools", Array(report.pools, [&report](const PoolEntry& pool) {
@@ -81,13 +98,6 @@ struct ToJson {
                  })}};
     }
     Json operator()(const ToolsReport& report) const { return {{"installed", report.installed}}; }
-    Json operator()(const DatasetsReport& report) const {
-        Json datasets = Json::array();
-        for (const DatasetEntry& entry : report.datasets)
-            if (!entry.isPlaceholder)
-                datasets.push_back(DatasetJson(entry.dataset, report));
-        return {{"root", report.root}, {"datasets", datasets}, {"warnings", report.warnings}};
-    }
     Json operator()(const VolumeReport& report) const {
         return {{"volume", report.volume}, {"device", report.device}, {"found", report.found}};
     }
@@ -101,12 +111,31 @@ struct ToJson {
     }
 };
 
+struct JsonPrinter {
+    std::ostream& out;
+
+    template <typename Other>
+    void operator()(const Other& report) const {
+        out << Dump(ToJson()(report)) << '\n';
+    }
+
+    /// One dataset at a time: the whole document would take many times the memory of the records.
+    void operator()(const DatasetsReport& report) const {
+        out << "{\n  \"root\": " << Dump(report.root) << ",\n  \"datasets\": [";
+        const char* separator = "\n    ";
+        for (const DatasetEntry& entry : report.datasets)
+            if (!entry.isPlaceholder)
+                out << std::exchange(separator, ",\n    ")
+                    << DumpInside(DatasetJson(entry.dataset, report), 4);
+        out << (*separator == ',' ? "\n  ]" : "]")
+            << ",\n  \"warnings\": " << DumpInside(report.warnings, 2) << "\n}\n";
+    }
+};
+
 } // namespace
 
 void PrintJson(std::ostream& out, const Report& report) {
-    const Json document = std::visit(ToJson(), report);
-    // ASCII only, so that no control character reaches a terminal; what is not UTF-8 is replaced.
-    out << document.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
+    std::visit(JsonPrinter{out}, report);
 }
 
 } // namespace inspect
