@@ -7,8 +7,8 @@
 #include "zfstools/ZpoolsEnumerator.h"
 
 #include <algorithm>
-#include <iterator>
 #include <stdexcept>
+#include <string_view>
 #include <type_traits>
 #include <unordered_set>
 #include <utility>
@@ -22,7 +22,6 @@ using zfslib::PropState;
 using zfslib::ZfsDataset;
 using zfslib::ZfsProperties;
 using zfslib::Zpool;
-using Node = zfslib::ZfsDatasetEnumerator::Node;
 
 template <typename T>
 PropertyEntry MakePropertyEntry(const Property<T>& property) {
@@ -118,53 +117,61 @@ Report GatherPools(const Options& options, const CommandExecutor& executor) {
     return report;
 }
 
-/// Adds a bare record for each dataset between `root` and the others that is not there; without
-/// them two snapshots of a missing volume would lie below one another.
-std::unordered_set<std::string> AddPlaceholders(std::vector<ZfsDataset>& datasets,
-                                                const std::string& root) {
-    std::unordered_set<std::string> present;
-    for (const ZfsDataset& dataset : datasets) {
-        if (!IsAtOrBelow(dataset.name, root))
-            throw std::runtime_error("'zfs list' named [" + dataset.name +
-                                     "], which does not lie below [" + root + "]");
-        present.insert(dataset.name);
-    }
-    std::unordered_set<std::string> placeholders;
-    const std::size_t count = datasets.size();
-    for (std::size_t i = 0; i < count; ++i)
-        for (std::string name = datasets[i].name; name != root;) {
-            name = ParentName(name);
-            if (!present.insert(name).second)
-                break;
-            placeholders.insert(name);
-            datasets.emplace_back().name = name;
-        }
-    return placeholders;
+/// The name of the dataset above, as a part of the name.
+std::string_view Parent(std::string_view name) {
+    const std::size_t divider = name.find_last_of("/@");
+    return name.substr(0, divider == std::string_view::npos ? 0 : divider);
 }
 
-std::vector<DatasetEntry> OrderByName(std::vector<ZfsDataset>&& datasets) {
+/// Whether `a` stands before `b` in a tree: what divides names comes before all that is in them, so
+/// a dataset's snapshots and then its children follow it before its next sibling.
+bool StandsBefore(std::string_view a, std::string_view b) {
+    const auto rank = [](char c) {
+        return c == '@' ? 0 : c == '/' ? 1 : 2 + static_cast<unsigned char>(c);
+    };
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                        [&rank](char x, char y) { return rank(x) < rank(y); });
+}
+
+/// A name in a tree, with its record if there is one.
+struct Place {
+    std::string_view name;
+    const ZfsDataset* dataset = nullptr;
+};
+
+/// Each dataset and everything between it and `root`: without a missing volume, its snapshots would
+/// seem to lie elsewhere.
+std::vector<Place> PlacesBelow(const std::vector<std::vector<ZfsDataset>>& records,
+                               const std::string& root) {
+    std::vector<Place> places;
+    std::unordered_set<std::string_view> present;
+    for (const std::vector<ZfsDataset>& list : records)
+        for (const ZfsDataset& dataset : list) {
+            if (!IsAtOrBelow(dataset.name, root))
+                throw std::runtime_error("'zfs list' named [" + dataset.name +
+                                         "], which does not lie below [" + root + "]");
+            if (present.insert(dataset.name).second)
+                places.push_back({dataset.name, &dataset});
+        }
+    const std::size_t count = places.size();
+    for (std::size_t i = 0; i < count; ++i)
+        for (std::string_view name = places[i].name; name != root;) {
+            name = Parent(name);
+            if (!present.insert(name).second)
+                break;
+            places.push_back({name, nullptr});
+        }
+    return places;
+}
+
+std::vector<DatasetEntry> OrderByName(const std::vector<std::vector<ZfsDataset>>& records) {
     std::vector<DatasetEntry> entries;
-    entries.reserve(datasets.size());
-    for (ZfsDataset& dataset : datasets) {
-        std::string label = dataset.name;
-        entries.push_back({std::move(dataset), std::move(label)});
-    }
+    for (const std::vector<ZfsDataset>& list : records)
+        for (const ZfsDataset& dataset : list)
+            entries.push_back({&dataset, dataset.name});
     std::sort(entries.begin(), entries.end(),
               [](const DatasetEntry& a, const DatasetEntry& b) { return a.label < b.label; });
     return entries;
-}
-
-/// The keys of a node's children: the snapshots, then the datasets, each sorted.
-std::vector<std::string> SortedKeys(const Node& node) {
-    std::vector<std::string> keys;
-    for (const auto& child : node.children)
-        keys.push_back(child.first);
-    std::sort(keys.begin(), keys.end(), [](const std::string& a, const std::string& b) {
-        const bool aIsSnapshot = a.front() == '@';
-        const bool bIsSnapshot = b.front() == '@';
-        return aIsSnapshot == bIsSnapshot ? a < b : aIsSnapshot;
-    });
-    return keys;
 }
 
 Report GatherDatasets(const Options& options, const CommandExecutor& executor) {
@@ -174,17 +181,14 @@ Report GatherDatasets(const Options& options, const CommandExecutor& executor) {
     report.onlyChanged = options.properties == PropertyChoice::Changed;
 
     zfslib::ZfsDatasetEnumerator enumerator;
-    std::vector<ZfsDataset> datasets;
     bool hasFilesystems = false;
     for (const ZfsDataset::Type type : options.types) {
-        std::vector<ZfsDataset> part = enumerator.EnumerateType(report.root, type, executor);
-        std::move(part.begin(), part.end(), std::back_inserter(datasets));
+        report.records.push_back(enumerator.EnumerateType(report.root, type, executor));
         hasFilesystems = hasFilesystems || type == ZfsDataset::filesystem;
     }
     report.warnings = enumerator.Warnings();
-    report.datasets = options.flat || !hasFilesystems
-                          ? OrderByName(std::move(datasets))
-                          : OrderAsTree(std::move(datasets), report.root);
+    report.datasets = options.flat || !hasFilesystems ? OrderByName(report.records)
+                                                      : OrderAsTree(report.records, report.root);
     return report;
 }
 
@@ -220,41 +224,27 @@ Report GatherLocations(const Options& options) {
 
 } // namespace
 
-std::string ParentName(const std::string& name) {
-    const std::size_t divider = name.find_last_of("/@");
-    return divider == std::string::npos ? std::string() : name.substr(0, divider);
+std::string ParentName(std::string_view name) {
+    return std::string(Parent(name));
 }
 
-std::vector<DatasetEntry> OrderAsTree(std::vector<ZfsDataset>&& datasets, const std::string& root) {
-    if (datasets.empty())
-        return {};
-    const auto placeholders = AddPlaceholders(datasets, root);
-    const std::size_t count = datasets.size();
-    // Names are placed relative to the pool: without its parent, `root` counts as one.
-    const std::string parentPrefix = root.substr(0, root.rfind('/') + 1);
-    for (ZfsDataset& dataset : datasets)
-        dataset.name.erase(0, parentPrefix.size());
-    Node tree = zfslib::ZfsDatasetEnumerator::GrowTree(std::move(datasets));
-
-    struct Place {
-        Node* node;
-        std::string label;
-        std::size_t depth;
-    };
+std::vector<DatasetEntry> OrderAsTree(const std::vector<std::vector<ZfsDataset>>& records,
+                                      const std::string& root) {
+    std::vector<Place> places = PlacesBelow(records, root);
+    std::sort(places.begin(), places.end(),
+              [](const Place& a, const Place& b) { return StandsBefore(a.name, b.name); });
     std::vector<DatasetEntry> entries;
-    entries.reserve(count);
-    std::vector<Place> places{{&tree, root, 0}};
-    while (!places.empty()) {
-        Place place = std::move(places.back());
-        places.pop_back();
-        const std::vector<std::string> keys = SortedKeys(*place.node);
-        for (auto key = keys.rbegin(); key != keys.rend(); ++key)
-            places.push_back({place.node->children.at(*key).get(), *key, place.depth + 1});
-
-        ZfsDataset& dataset = place.node->dataset;
-        dataset.name.insert(0, parentPrefix);
-        const bool isPlaceholder = placeholders.count(dataset.name) != 0;
-        entries.push_back({std::move(dataset), std::move(place.label), place.depth, isPlaceholder});
+    entries.reserve(places.size());
+    for (const Place& place : places) {
+        const std::string_view below = place.name.substr(root.size());
+        const auto isDivider = [](char c) { return c == '/' || c == '@'; };
+        const auto depth = std::count_if(below.begin(), below.end(), isDivider);
+        std::string label = root;
+        if (depth != 0) {
+            const std::size_t divider = place.name.find_last_of("/@");
+            label = place.name.substr(place.name[divider] == '@' ? divider : divider + 1);
+        }
+        entries.push_back({place.dataset, std::move(label), static_cast<std::size_t>(depth)});
     }
     return entries;
 }

@@ -4,6 +4,7 @@
 #include "inspect/Report.h"
 #include "zfstools/Executor.h"
 
+#include <string_view>
 #include <vector>
 
 namespace inspect {
@@ -12,13 +13,14 @@ namespace inspect {
 /// Errors: std::runtime_error for a pool that is not there, and what the library throws.
 [[nodiscard]] Report Gather(const Options& options, const zfslib::CommandExecutor& executor);
 
-/// Brings the datasets below `root` into the order of a tree: the snapshots of a dataset directly
-/// below it, then its children, both sorted. Where a parent is missing a placeholder stands in.
-/// Errors: std::runtime_error for a dataset that does not lie below `root`.
-[[nodiscard]] std::vector<DatasetEntry> OrderAsTree(std::vector<zfslib::ZfsDataset>&& datasets,
-                                                    const std::string& root);
+/// The datasets below `root` in the order of a tree: the snapshots of a dataset directly below it,
+/// then its children, both sorted. Where a parent is missing a placeholder stands in. The entries
+/// are of the given records. Errors: std::runtime_error for a dataset that does not lie below
+/// `root`.
+[[nodiscard]] std::vector<DatasetEntry>
+OrderAsTree(const std::vector<std::vector<zfslib::ZfsDataset>>& records, const std::string& root);
 
 /// The name of the dataset above: "tank/a" for "tank/a/b" and "tank/a@s"; empty for a pool's own.
-[[nodiscard]] std::string ParentName(const std::string& name);
+[[nodiscard]] std::string ParentName(std::string_view name);
 
 } // namespace inspect

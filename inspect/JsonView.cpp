@@ -124,9 +124,9 @@ struct JsonPrinter {
         out << "{\n  \"root\": " << Dump(report.root) << ",\n  \"datasets\": [";
         const char* separator = "\n    ";
         for (const DatasetEntry& entry : report.datasets)
-            if (!entry.isPlaceholder)
+            if (entry.dataset != nullptr)
                 out << std::exchange(separator, ",\n    ")
-                    << DumpInside(DatasetJson(entry.dataset, report), 4);
+                    << DumpInside(DatasetJson(*entry.dataset, report), 4);
         out << (*separator == ',' ? "\n  ]" : "]")
             << ",\n  \"warnings\": " << DumpInside(report.warnings, 2) << "\n}\n";
     }

@@ -45,12 +45,13 @@ struct ToolsReport {
     bool installed = false;
 };
 
+/// A line in the list of datasets.
 struct DatasetEntry {
-    zfslib::ZfsDataset dataset;
+    /// One of the report's records. None stands only for the place of others: it is of a type that
+    /// was not asked for.
+    const zfslib::ZfsDataset* dataset = nullptr;
     std::string label; ///< what a tree calls it: the name of the root, a key below that
     std::size_t depth = 0;
-    /// It stands only for the place of others: it is of a type that was not asked for.
-    bool isPlaceholder = false;
 };
 
 /// What is to be shown of one dataset's properties.
@@ -61,10 +62,16 @@ struct DatasetProperties {
 };
 
 struct DatasetsReport {
+    DatasetsReport() = default;
+    DatasetsReport(DatasetsReport&&) = default; // a copy's entries would be of the other's records
+    DatasetsReport& operator=(DatasetsReport&&) = default;
+
     std::string root;
     bool withProperties = false;
     bool onlyChanged = false;
-    std::vector<DatasetEntry> datasets; ///< in the order in which they are shown
+    /// The records, a list for each type. They are large, so they stay where they were read.
+    std::vector<std::vector<zfslib::ZfsDataset>> records;
+    std::vector<DatasetEntry> datasets; ///< the records in the order in which they are shown
     std::vector<std::string> warnings;
 
     /// The properties of one of the datasets that are to be shown.

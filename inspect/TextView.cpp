@@ -69,10 +69,10 @@ void PrintPool(std::ostream& out, const PoolEntry& entry) {
 }
 
 void AddDataset(Table& table, const DatasetEntry& entry) {
-    const zfslib::ZfsDataset& dataset = entry.dataset;
     const std::string label = Indented(entry.depth, entry.label);
-    if (entry.isPlaceholder)
+    if (entry.dataset == nullptr)
         return table.Add({label, "(not shown)"});
+    const zfslib::ZfsDataset& dataset = *entry.dataset;
     const bool isSnapshot = dataset.type == zfslib::ZfsDataset::snapshot;
     table.Add({label, zfslib::ZfsDataset::TypeToString(dataset.type), FormatSize(dataset.used),
                isSnapshot ? "-" : FormatSize(dataset.avail)});
@@ -108,7 +108,7 @@ struct TextPrinter {
         out << table.Line(0) << '\n';
         for (std::size_t i = 0; i < report.datasets.size(); ++i) {
             out << table.Line(i + 1) << '\n';
-            if (report.withProperties)
+            if (report.withProperties && report.datasets[i].dataset != nullptr)
                 PrintProperties(report, report.datasets[i]);
         }
     }
@@ -139,7 +139,7 @@ struct TextPrinter {
 
 private:
     void PrintProperties(const DatasetsReport& report, const DatasetEntry& entry) const {
-        const DatasetProperties properties = report.Properties(entry.dataset);
+        const DatasetProperties properties = report.Properties(*entry.dataset);
         Table table;
         AddProperties(table, properties.native);
         AddProperties(table, properties.user);

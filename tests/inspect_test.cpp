@@ -141,29 +141,29 @@ TEST(Inspect, OrdersTreesOfAnyRoot) {
         std::string tree;
     } rows[] = {
         {"t", {}, ""},
-        {"t", {"t/b", "t/0", "t", "t@s", "t/a/c", "t/a"}, "t(@s 0 a(c) b)"},
+        {"t", {"t/b", "t/0", "t", "t@s", "t/a/c", "t/a-", "t/a", "t/b"}, "t(@s 0 a(c) a- b)"},
         {"t/d", {"t/d/x@s", "t/d/x", "t/d", "t/d@s"}, "t/d(@s x(@s))"},
         {"t/d@s", {"t/d@s"}, "t/d@s"},
         {"t", {"t", "t/v@1", "t/v@2", "t/v/w/x"}, "t(v!(@1 @2 w!(x)))"},
         {"t/d", {"t/d/x", "t/d/y"}, "t/d!(x y)"},
     };
     for (const auto& row : rows) {
-        std::vector<zfslib::ZfsDataset> datasets;
+        std::vector<std::vector<zfslib::ZfsDataset>> records(1);
         for (const std::string& name : row.names)
-            datasets.emplace_back().name = name;
+            records[0].emplace_back().name = name;
         std::string tree;
         std::size_t depth = 0;
-        for (const DatasetEntry& entry : OrderAsTree(std::move(datasets), row.root)) {
+        for (const DatasetEntry& entry : OrderAsTree(records, row.root)) {
             tree += std::string(depth > entry.depth ? depth - entry.depth : 0, ')');
             tree += entry.depth > depth ? "(" : tree.empty() ? "" : " ";
-            tree += entry.label + (entry.isPlaceholder ? "!" : "");
+            tree += entry.label + (entry.dataset == nullptr ? "!" : "");
             depth = entry.depth;
         }
         EXPECT_EQ(row.tree, tree + std::string(depth, ')')) << row.tree;
     }
     zfslib::ZfsDataset stranger;
     stranger.name = "tank";
-    EXPECT_THROW(static_cast<void>(OrderAsTree({stranger}, "t")), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(OrderAsTree({{stranger}}, "t")), std::runtime_error);
 }
 
 TEST(Inspect, ShowsWhatARestoreHasToSetAgain) {
