@@ -21,12 +21,14 @@ enum class System { Solaris, Linux, FreeBsd, Other };
 
 constexpr std::string_view bareEnvironment = "/usr/bin/env -i ";
 
-/// The program of a line that begins with `bareEnvironment`; empty for other lines.
+/// The program of a line that begins with `bareEnvironment`, and perhaps a time zone; empty for
+/// other lines.
 std::string_view ProgramOf(std::string_view command) {
     if (!util::str_is_starts_with(command, bareEnvironment))
         return {};
     command.remove_prefix(bareEnvironment.size());
-    return util::ConsumeWord(command);
+    const std::string_view word = util::ConsumeWord(command);
+    return util::str_is_starts_with(word, "TZ=") ? util::ConsumeWord(command) : word;
 }
 
 /// A line that begins with `bareEnvironment`, with the folders in which its tool is looked for.

@@ -67,6 +67,7 @@ TEST(HostWords, ToolsAreFoundInTheSbinFolders) {
         {bare + "ls -la /dev/zvol/dsk/p/v", full + "ls -la /dev/zvol/dsk/p/v"},
         {bare + "mount -F hsfs x /y", full + "mount -F hsfs x /y"},
         {bare + "zpool", full + "zpool"},
+        {bare + "TZ=UTC0 zpool status t", full + "TZ=UTC0 zpool status t"},
         {full + "zpool list", full + "zpool list"},
         {bare + "zfsx list", bare + "zfsx list"},
         {bare + "-S zfs list", bare + "-S zfs list"},
