@@ -1,5 +1,6 @@
 // What a host does at start-up, before other threads use the library.
 
+#include "executors/HostWordsExecutor.h"
 #include "logging/logging.h"
 #include "zfstools/Executor.h"
 #include "zfstools/logging.h"
@@ -17,9 +18,13 @@ void SetUpZfslib() {
 
     using namespace zfslib;
     constexpr int tenMinutes = 600;
-    Executors::SetProcessExecutor(Executors::TimedChildProcessExecutor(tenMinutes));
-    Executors::SetZpoolExecutor(Executors::TimedShellExecutor(tenMinutes));
-    Executors::SetDfExecutor(Executors::TimedShellExecutor(tenMinutes));
+    Executors::ChildOptions child;
+    child.timeoutSeconds = tenMinutes;
+    Executors::SetProcessExecutor(executors::HostWordsExecutor(Executors::ChildExecutor(child)));
+    const CommandExecutor shell =
+        executors::HostWordsExecutor(Executors::TimedShellExecutor(tenMinutes));
+    Executors::SetZpoolExecutor(shell);
+    Executors::SetDfExecutor(shell);
 }
 
 int main() {

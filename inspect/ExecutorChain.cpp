@@ -5,6 +5,7 @@
 #include "executors/RecordingExecutor.h"
 #include "executors/ReplayingExecutor.h"
 #include "inspect/Interruption.h"
+#include "inspect/MissingTools.h"
 
 #include <utility>
 
@@ -15,9 +16,14 @@ using zfslib::CommandExecutor;
 
 /// Runs commands on this host. The recorder goes around the rest: what it writes are the library's
 /// own commands, one by one, which is what a replay is asked for.
-CommandExecutor LiveExecutor(const Options& options) {
-    CommandExecutor executor = zfslib::executors::HostWordsExecutor(
-        zfslib::Executors::TimedChildProcessExecutor(options.timeoutSeconds));
+CommandExecutor LiveExecutor(const Options& options, ToolWarnings& warnings) {
+    zfslib::Executors::ChildOptions child;
+    child.timeoutSeconds = options.timeoutSeconds;
+    child.standardError = [&warnings](const std::string& /*command*/, const std::string& text) {
+        warnings.Add(text);
+    };
+    CommandExecutor executor =
+        zfslib::executors::HostWordsExecutor(zfslib::Executors::ChildExecutor(std::move(child)));
     if (options.batch > 1) {
         zfslib::executors::BatchingOptions batching;
         batching.namesPerCommand = options.batch;
@@ -25,7 +31,7 @@ CommandExecutor LiveExecutor(const Options& options) {
     }
     if (options.record)
         executor = zfslib::executors::RecordingExecutor(std::move(executor), *options.record);
-    return executor;
+    return NamingMissingTools(std::move(executor));
 }
 
 /// Runs nothing more once the user wants the process to end, so that a library call which goes on
@@ -39,10 +45,11 @@ CommandExecutor UntilInterrupted(CommandExecutor executor) {
 
 } // namespace
 
-CommandExecutor InstallExecutors(const Options& options, Progress* progress) {
+CommandExecutor InstallExecutors(const Options& options, Progress* progress,
+                                 ToolWarnings& warnings) {
     CommandExecutor executor = options.replay
                                    ? zfslib::executors::Replayer(*options.replay).Executor()
-                                   : LiveExecutor(options);
+                                   : LiveExecutor(options, warnings);
     executor = UntilInterrupted(std::move(executor));
     if (progress != nullptr)
         executor = progress->Watch(std::move(executor));

@@ -1,6 +1,8 @@
 #include "inspect/Gather.h"
 
+#include "inspect/MissingTools.h"
 #include "logging/logging.h"
+#include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
 #include "zfstools/Tools.h"
 #include "zfstools/ZfsDatasetEnumerator.h"
@@ -16,6 +18,7 @@
 namespace inspect {
 namespace {
 
+using posix::CCommandFailure;
 using zfslib::CommandExecutor;
 using zfslib::Property;
 using zfslib::PropState;
@@ -192,12 +195,45 @@ Report GatherDatasets(const Options& options, const CommandExecutor& executor) {
     return report;
 }
 
-Report GatherVolume(const Options& options) {
+/// Whether there is a device at the path: on Linux a link to one, on FreeBSD one itself. A
+/// directory, which holds the volumes of a pool or dataset, prints a list.
+bool IsDevice(const std::string& path, const CommandExecutor& executor) {
+    try {
+        const std::string output = executor("/usr/bin/env -i ls -la " + path);
+        return !output.empty() && std::string_view("lbc").find(output[0]) != std::string_view::npos;
+    } catch (const CCommandFailure& failure) {
+        if (failure.GetKind() == CCommandFailure::Kind::ExitStatus)
+            return false;
+        throw;
+    } catch (const std::runtime_error&) { // a recording without this command
+        return false;
+    }
+}
+
+/// Errors: MissingTools. What the tools say is no matter.
+void CheckToolsAreThere(const CommandExecutor& executor) {
+    try {
+        executor("/usr/bin/env -i pkginfo SUNWzfsu");
+    } catch (const MissingTools&) {
+        throw;
+    } catch (const std::runtime_error&) {
+    }
+}
+
+Report GatherVolume(const Options& options, const CommandExecutor& executor) {
     VolumeReport report;
     report.volume = options.operands.front();
     report.device = ZfsDataset::GetZfsPseudoDevice(report.volume);
     report.device.erase(report.device.find_last_not_of(" \t\r\n") + 1);
     report.found = report.device != "pseudo@zfs";
+    if (report.found)
+        return report;
+    const std::string device = "/dev/zvol/" + report.volume;
+    report.found = IsDevice(device, executor);
+    if (report.found)
+        report.device = device;
+    else
+        CheckToolsAreThere(executor);
     return report;
 }
 
@@ -209,6 +245,8 @@ LocatedPath Locate(const std::string& path) {
             located.dataset = zfslib::GetDatasetForPath(path);
             located.pool = located.dataset.substr(0, located.dataset.find('/'));
         }
+    } catch (const MissingTools&) {
+        throw;
     } catch (const std::exception& error) {
         located.error = logging::Describe(error);
     }
@@ -277,7 +315,7 @@ Report Gather(const Options& options, const CommandExecutor& executor) {
     case Command::Datasets:
         return GatherDatasets(options, executor);
     case Command::Volume:
-        return GatherVolume(options);
+        return GatherVolume(options, executor);
     case Command::Locate:
         return GatherLocations(options);
     case Command::Importable:

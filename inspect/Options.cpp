@@ -103,8 +103,8 @@ void AddCommands(CLI::App& app, CommandLine& line) {
                    "Also show the properties that a restore has to set again, and the quotas")
         ->excludes(all);
 
-    AddOperands(AddCommand(app, line, Command::Volume, "volume", "Show a volume's pseudo device"),
-                line, "NAME", "A volume", RefusedDataset)
+    AddOperands(AddCommand(app, line, Command::Volume, "volume", "Show a volume's device"), line,
+                "NAME", "A volume", RefusedDataset)
         ->expected(1)
         ->required();
     AddOperands(AddCommand(app, line, Command::Locate, "locate",

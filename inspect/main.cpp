@@ -6,6 +6,7 @@
 #include "inspect/Options.h"
 #include "inspect/Progress.h"
 #include "inspect/TextView.h"
+#include "inspect/ToolWarnings.h"
 #include "logging/logging.h"
 #include "util/str.h"
 
@@ -53,12 +54,17 @@ void LogToStandardError() {
         });
 }
 
+void PrintWarning(const std::string& message) {
+    PrintError("warning: " + message);
+}
+
 Report GatherUnlessInterrupted(const Options& options) {
+    ToolWarnings warnings(PrintWarning);
     std::optional<Progress> progress;
     if (isatty(STDERR_FILENO) != 0 && !options.verbose)
         progress.emplace(std::cerr);
     const zfslib::CommandExecutor executor =
-        InstallExecutors(options, progress ? &*progress : nullptr);
+        InstallExecutors(options, progress ? &*progress : nullptr, warnings);
     const Interruption interruption;
     Report report = Gather(options, executor);
     Interruption::Check();
@@ -68,7 +74,7 @@ Report GatherUnlessInterrupted(const Options& options) {
 void PrintWarnings(const Report& report) {
     if (const auto* datasets = std::get_if<DatasetsReport>(&report))
         for (const std::string& warning : datasets->warnings)
-            PrintError("warning: " + warning);
+            PrintWarning(warning);
 }
 
 void FlushOutput() {

@@ -28,12 +28,24 @@ TEST(Executors, WordsAndJoining) {
     EXPECT_THROW(Executors::ChildProcessExecute("false"), CCommandFailure);
 }
 
+TEST(Executors, StandardErrorIsKeptApart) {
+    std::string told;
+    const auto tell = [&told](const auto& command, const auto& text) { told += command + text; };
+    const CommandExecutor executor = Executors::ChildExecutor({0, tell});
+    EXPECT_EQ(executor("echo  out"), "out\n");
+    EXPECT_EQ(executor("sh -c echo${IFS}in;echo${IFS}err>&2"), "in\n");
+    EXPECT_THROW(executor("sh -c echo${IFS}err>&2;false"), CCommandFailure);
+    EXPECT_EQ(told, "sh -c echo${IFS}in;echo${IFS}err>&2err\n");
+    EXPECT_EQ(Executors::ChildExecutor({})("sh -c echo${IFS}err>&2"), "");
+}
+
 TEST(Executors, TimedOnes) {
     EXPECT_EQ(Executors::TimedChildProcessExecutor(600)("echo $HOME"), "$HOME\n");
     EXPECT_EQ(Executors::TimedShellExecutor(600)("(echo a; echo b >&2) 2>&1; echo c >&2"),
               "a\nb\n");
     for (const CommandExecutor& executor :
-         {Executors::TimedChildProcessExecutor(1), Executors::TimedShellExecutor(1)})
+         {Executors::TimedChildProcessExecutor(1), Executors::TimedShellExecutor(1),
+          Executors::ChildExecutor({1, {}})})
         EXPECT_THAT([&] { executor("sleep 600"); },
                     ThrowsMessage<CCommandFailure>("Command [sleep 600] failed: timed out after "
                                                    "1 s, its outcome is unknown"));

@@ -1,12 +1,15 @@
 // zfsinspect, run as a child on recordings, and its parts.
 
 #include "executors/Recording.h"
+#include "fakes.h"
 #include "inspect/Escape.h"
 #include "inspect/Gather.h"
 #include "inspect/Interruption.h"
+#include "inspect/MissingTools.h"
 #include "inspect/Operands.h"
 #include "inspect/Progress.h"
 #include "inspect/Size.h"
+#include "inspect/ToolWarnings.h"
 #include "posix/CSimpleCmdExec.h"
 
 #include <csignal>
@@ -344,6 +347,68 @@ TEST(InspectParts, EndBySignalAfterTheirChildren) {
         }
     };
     EXPECT_EXIT(interrupted(), testing::KilledBySignal(SIGINT), "");
+}
+
+TEST(InspectParts, TellAHostWithoutToolsFromOneWhereTheyFail) {
+    using Kind = CCommandFailure::Kind;
+    const std::string folders =
+        " in /usr/sbin, /usr/bin, /sbin, /bin, /usr/local/sbin, /usr/local/bin";
+    const std::tuple<std::string, Kind, int, std::string> rows[] = {
+        {"TZ=UTC0 zpool status", Kind::CannotStart, ENOENT,
+         "no ZFS tools on the host: no zpool" + folders},
+        {"pkginfo SUNWzfsu", Kind::CannotStart, ENOENT, "host: no zfs" + folders},
+        {"ls x", Kind::CannotStart, ENOENT, "ls x"},
+        {"zfs list", Kind::CannotStart, EACCES, "zfs list"},
+        {"zfs list", Kind::ExitStatus, ENOENT, "zfs list"},
+    };
+    for (const auto& [command, kind, code, error] : rows) {
+        const auto failing = [kind = kind, code = code](const auto& line) -> std::string {
+            throw CCommandFailure(line, kind, code, "", "");
+        };
+        EXPECT_THAT(ErrorOf([&, &line = command] {
+                        NamingMissingTools(failing)("/usr/bin/env -i " + line);
+                    }),
+                    HasSubstr(error));
+    }
+    Options options;
+    options.operands = {"/tank"};
+    for (const Command command : {Command::Volume, Command::Locate}) {
+        options.command = command;
+        const auto missing = [](const std::string&) -> std::string { throw MissingTools("x"); };
+        const InstalledExecutor installed(missing);
+        EXPECT_THROW((void)Gather(options, missing), MissingTools);
+    }
+}
+
+TEST(InspectParts, FindTheDeviceOfAVolume) {
+    Options options;
+    options.command = Command::Volume;
+    options.operands = {"t/v"};
+    const std::string device = "/dev/zvol/t/v";
+    const std::pair<std::string, std::string> rows[] = {
+        {"lrwxrwxrwx 1 root root 9 Nov 23 08:59 /dev/zvol/t/v -> ../../zd0\n", device},
+        {"crw-r-----  1 root operator 0x6e Nov 23 08:59 /dev/zvol/t/v\n", device},
+        {"total 0\ndrwxr-xr-x 2 root root 80 Nov 23 08:59 .\n", "pseudo@zfs"},
+        {"", "pseudo@zfs"},
+    };
+    for (const auto& [answer, expected] : rows) {
+        const FakeExecutor host;
+        host.Answer("/usr/bin/env -i ls -la " + device, answer);
+        const InstalledExecutor installed(host);
+        EXPECT_EQ(expected, std::get<VolumeReport>(Gather(options, host)).device) << answer;
+    }
+}
+
+TEST(InspectParts, WarnOnceOfWhatToolsWriteToStandardError) {
+    std::vector<std::string> printed;
+    {
+        ToolWarnings warnings([&printed](const std::string& text) { printed.push_back(text); });
+        for (const char* text : {"ld.so: b\n", "no pools available\n", "a\nno datasets available\n",
+                                 "\nno pools available to import\n", "ld.so: b", "a\n", "\n"})
+            warnings.Add(text);
+        EXPECT_TRUE(printed.empty());
+    }
+    EXPECT_THAT(printed, testing::ElementsAre("ld.so: b\n", "a\n"));
 }
 
 TEST(InspectParts, DrawProgressOnOneLineAndEraseIt) {

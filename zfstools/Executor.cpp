@@ -3,6 +3,7 @@
 #include "posix/CSimpleCmdExec.h"
 #include "util/internal/NeverDestroyed.h"
 #include "util/str.h"
+#include "zfstools/logging.h"
 
 #include <stdexcept>
 #include <utility>
@@ -22,22 +23,29 @@ Slots& TheSlots() {
     return *slots;
 }
 
-std::string ExecuteWords(const std::string& command, int timeoutSeconds) {
+struct Answer {
+    std::string output;
+    std::string errorText;
+};
+
+Answer ExecuteWords(const std::string& command, int timeoutSeconds) {
     std::vector<std::string> words = util::split(command);
     if (words.empty())
         throw std::runtime_error("Command is empty. ");
     const std::string program = std::move(words.front());
     words.erase(words.begin());
 
-    std::string firstText;
-    std::string secondText;
-    posix::CSimpleCmdExec::RunCommandAndGetOutput(program, words, firstText, secondText, false,
-                                                  timeoutSeconds);
-    // The second text leads: it is standard output, where the parsers look for the tools' headers.
-    std::string output = std::move(secondText);
-    if (!firstText.empty())
-        output += "\n" + firstText;
-    return output;
+    Answer answer;
+    posix::CSimpleCmdExec::RunCommandAndGetOutput(program, words, answer.errorText, answer.output,
+                                                  false, timeoutSeconds);
+    return answer;
+}
+
+/// Both texts in one, standard output first: there the parsers look for the tools' headers.
+std::string Joined(Answer answer) {
+    if (!answer.errorText.empty())
+        answer.output += "\n" + answer.errorText;
+    return std::move(answer.output);
 }
 
 } // namespace
@@ -67,12 +75,25 @@ void SetProcessExecutor(CommandExecutor executor) {
 }
 
 std::string ChildProcessExecute(const std::string& command) {
-    return ExecuteWords(command, 0);
+    return Joined(ExecuteWords(command, 0));
 }
 
 CommandExecutor TimedChildProcessExecutor(int timeoutSeconds) {
     return [timeoutSeconds](const std::string& command) {
-        return ExecuteWords(command, timeoutSeconds);
+        return Joined(ExecuteWords(command, timeoutSeconds));
+    };
+}
+
+CommandExecutor ChildExecutor(ChildOptions options) {
+    return [options = std::move(options)](const std::string& command) {
+        Answer answer = ExecuteWords(command, options.timeoutSeconds);
+        if (answer.errorText.empty())
+            return std::move(answer.output);
+        if (options.standardError)
+            options.standardError(command, answer.errorText);
+        else
+            _log.dbg("Command [%1] wrote to standard error: [%2]", command, answer.errorText);
+        return std::move(answer.output);
     };
 }
 

@@ -43,6 +43,19 @@ ZFSLIB_EXPORT std::string ChildProcessExecute(const std::string& command);
 /// fail after `timeoutSeconds`; 0 sets no limit.
 ZFSLIB_EXPORT CommandExecutor TimedChildProcessExecutor(int timeoutSeconds);
 
+/// How ChildExecutor runs its commands.
+struct ChildOptions {
+    /// Kills a command that takes longer, with its process group; 0 sets no limit.
+    int timeoutSeconds = 0;
+    /// Receives what a command that succeeded wrote to standard error (a loader's warning, an audit
+    /// line). Empty: that goes to the log (debug). Several threads may call it at once.
+    std::function<void(const std::string& command, const std::string& text)> standardError;
+};
+
+/// An executor like ChildProcessExecute that returns standard output alone, so that nothing but the
+/// tool's answer reaches a parser.
+ZFSLIB_EXPORT CommandExecutor ChildExecutor(ChildOptions options);
+
 /// An executor like posix::CSimpleCmdExec::RunCommand (through /bin/sh, standard output back) with
 /// the time-out of TimedChildProcessExecutor. For the commands that end in "2>&1".
 ZFSLIB_EXPORT CommandExecutor TimedShellExecutor(int timeoutSeconds);
