@@ -1,6 +1,6 @@
 #include "tests/live/Host.h"
 
-#include "posix/CSimpleCmdExec.h"
+#include "executors/HostWordsExecutor.h"
 #include "util/str.h"
 
 #include <gtest/gtest.h>
@@ -15,8 +15,6 @@
 
 namespace live {
 namespace {
-
-constexpr const char* environment = "/usr/bin/env -i ";
 
 std::filesystem::path MakeFolder() {
     std::string path = std::filesystem::temp_directory_path() / "zfslib-live-XXXXXX";
@@ -34,25 +32,22 @@ int StatusForShell(int waitStatus) {
     return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
 }
 
-/// Puts `words` behind the "/usr/bin/env -i " of the command lines that have it.
-zfslib::CommandExecutor WithEnvironment(zfslib::CommandExecutor executor, std::string words) {
-    return [executor = std::move(executor), words = std::move(words)](const std::string& command) {
-        if (!util::str_is_starts_with(command, environment))
-            return executor(command);
-        return executor(environment + words + " " +
-                        command.substr(std::string(environment).size()));
-    };
+/// The library's lines in this host's words, each behind `prefix`, with `variables` in the
+/// environment.
+zfslib::CommandExecutor Executor(const std::string& prefix, const std::string& variables) {
+    return zfslib::executors::HostWordsExecutor(
+        [=, shell = zfslib::Executors::TimedShellExecutor(0)](std::string command) {
+            const std::string environment = "/usr/bin/env -i ";
+            if (util::str_is_starts_with(command, environment))
+                command.insert(environment.size(), variables + " ");
+            return shell(prefix + command);
+        });
 }
 
-/// Until the library says them itself: the folders of the tools, and Linux's word for `mount -F`.
-zfslib::CommandExecutor InHostsWords(zfslib::CommandExecutor executor) {
-    executor = [executor = std::move(executor)](std::string command) {
-        const std::size_t type = command.find("mount -F zfs");
-        if (type != std::string::npos)
-            command.replace(type, 12, "mount -t zfs");
-        return executor(command);
-    };
-    return WithEnvironment(std::move(executor), "PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C");
+/// The kernel may hold a file system for some moments after it was unmounted.
+void Destroy(const std::string& pool) {
+    OutputOf("for n in 1 2 3 4 5 6 7 8 9; do zpool destroy -f " + Quoted(pool) +
+             " && exit; sleep 1; done; exit 1");
 }
 
 } // namespace
@@ -106,14 +101,12 @@ std::vector<std::vector<std::string>> RowsOf(const std::string& line) {
     return rows;
 }
 
-zfslib::CommandExecutor HostExecutor() {
-    return InHostsWords(zfslib::Executors::TimedShellExecutor(0));
+zfslib::CommandExecutor HostExecutor(const std::string& variables) {
+    return Executor("", variables);
 }
 
-zfslib::CommandExecutor UnprivilegedExecutor() {
-    return InHostsWords([shell = zfslib::Executors::TimedShellExecutor(0)](const auto& command) {
-        return shell("setpriv --reuid=65534 --regid=65534 --clear-groups " + command);
-    });
+zfslib::CommandExecutor UnprivilegedExecutor(const std::string& variables) {
+    return Executor("setpriv --reuid=65534 --regid=65534 --clear-groups ", variables);
 }
 
 Host::Host() {
@@ -132,7 +125,7 @@ Host::~Host() {
     try {
         for (const auto& row : RowsOf("zpool list -H -o guid,name"))
             if (std::find(poolGuids_.begin(), poolGuids_.end(), row[0]) != poolGuids_.end())
-                OutputOf("zpool destroy -f " + Quoted(row[1]));
+                Destroy(row[1]);
         std::filesystem::remove_all(folder_);
     } catch (const std::exception& error) {
         ADD_FAILURE() << "left behind in " << folder_ << ": " << error.what();
@@ -157,10 +150,6 @@ std::string Host::MakePool(const std::string& name, const std::string& devices,
              pool + " " + devices);
     poolGuids_.push_back(ValueOf("zpool get -Hp -o value guid " + pool));
     return pool;
-}
-
-zfslib::CommandExecutor Host::ImportingFromFolder(const zfslib::CommandExecutor& executor) const {
-    return WithEnvironment(executor, "ZPOOL_IMPORT_PATH=" + folder_.string());
 }
 
 } // namespace live

@@ -38,11 +38,12 @@ std::string ValueOf(const std::string& line);
 std::vector<std::vector<std::string>> RowsOf(const std::string& line);
 
 /// Runs the library's command lines on this machine: through a shell, as the default zpool
-/// executor does, so that it fits every slot.
-zfslib::CommandExecutor HostExecutor();
+/// executor does, so that it fits every slot. `variables` ("NAME=value") are all that the tools
+/// find in their environment beside the PATH and the locale.
+zfslib::CommandExecutor HostExecutor(const std::string& variables = "");
 
 /// As HostExecutor, but as the user nobody: for operations on what belongs to another.
-zfslib::CommandExecutor UnprivilegedExecutor();
+zfslib::CommandExecutor UnprivilegedExecutor(const std::string& variables = "");
 
 /// The machine as one scenario, or one suite of them, uses it.
 class Host {
@@ -67,10 +68,9 @@ public:
     std::string MakePool(const std::string& name, const std::string& devices,
                          const std::string& options = "");
 
-    /// The command line's "/usr/bin/env -i " with the folder as the only place where `zpool import`
-    /// looks for devices: it would not look at files otherwise.
-    [[nodiscard]] zfslib::CommandExecutor
-    ImportingFromFolder(const zfslib::CommandExecutor& executor) const;
+    /// The variable that has `zpool import` look for devices in the folder, and nowhere else: by
+    /// itself it does not look at files.
+    [[nodiscard]] std::string ImportPath() const { return "ZPOOL_IMPORT_PATH=" + folder_.string(); }
 
 private:
     std::filesystem::path folder_;
