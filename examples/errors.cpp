@@ -19,7 +19,10 @@ const char* Advice(const posix::CCommandFailure& failure) {
     case Kind::StatusLost:
     case Kind::OutputTooLong:
     case Kind::OutputLost:
+    case Kind::ConnectionLost: // of an ssh executor
         return "it may have happened or not; look before you repeat it";
+    case Kind::NotConnected: // of an ssh executor
+        return "nothing has happened; can the other host be reached?";
     case Kind::Stopped:
         return "the host is going down";
     }

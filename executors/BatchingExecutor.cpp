@@ -390,12 +390,15 @@ private:
                  names_[position], count - 1, reason);
     }
 
-    /// A hung tool is to cost one more time-out, not one for each halving.
+    /// A hung tool or a dead host is to cost one more time-out, not one for each halving.
     static bool IsHopeless(const std::exception& error) {
         using Kind = posix::CCommandFailure::Kind;
         const auto* failure = dynamic_cast<const posix::CCommandFailure*>(&error);
-        return failure != nullptr &&
-               (failure->GetKind() == Kind::TimeOut || failure->GetKind() == Kind::Stopped);
+        if (failure == nullptr)
+            return false;
+        const Kind kind = failure->GetKind();
+        return kind == Kind::TimeOut || kind == Kind::Stopped || kind == Kind::NotConnected ||
+               kind == Kind::ConnectionLost;
     }
 
     const CommandExecutor executor_;

@@ -55,6 +55,10 @@ std::string Describe(Kind kind, int code) {
     case Kind::OutputLost:
         return code == 0 ? "its output has no end"
                          : "its output cannot be read: " + internal::ErrorText(code);
+    case Kind::NotConnected:
+        return "no connection";
+    case Kind::ConnectionLost:
+        return "connection lost, its outcome is unknown";
     }
     return "unknown kind " + util::str(static_cast<int>(kind));
 }

@@ -26,8 +26,11 @@ public:
         StatusLost,  ///< somebody else took its exit status, so its outcome is unknown; code: 0
         Stopped,     ///< killed or not started because of SetStopped; code: 0
         OutputTooLong, ///< killed because it wrote more than SetOutputLimit allows; code: 0
-        OutputLost, ///< what it wrote cannot be read to its end; code: the errno value that tells
-                    ///< why, 0 when processes it left behind wrote on and on
+        OutputLost,   ///< what it wrote cannot be read to its end; code: the errno value that tells
+                      ///< why, 0 when processes it left behind wrote on and on
+        NotConnected, ///< to be run on another host, which was not reached; code: 0
+        ConnectionLost, ///< sent to another host, but the connection ended before the command, so
+                        ///< its outcome is unknown; code: 0
     };
 
     /// How much of standard error is kept, in bytes, counted from its end.

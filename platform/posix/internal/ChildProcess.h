@@ -46,6 +46,8 @@ public:
 
     /// Looks whether the child has ended; never waits.
     [[nodiscard]] bool HasEnded() noexcept;
+    /// Waits for the end, but no longer than `time`; whether it came.
+    [[nodiscard]] bool EndsWithin(std::chrono::seconds time) noexcept;
     /// How it ended, as waitpid() says. Absent while it runs, and when the status was taken by
     /// somebody else in the process, or dropped because the host ignores SIGCHLD.
     [[nodiscard]] std::optional<int> Status() const noexcept { return status_; }
@@ -55,7 +57,6 @@ public:
 
 private:
     void KillGroup() const noexcept;
-    [[nodiscard]] bool EndsWithin(std::chrono::seconds time) noexcept;
 
     /// One id. In a list, because its node can be handed to the stragglers without an allocation.
     std::list<pid_t> pid_{-1};

@@ -1,0 +1,183 @@
+// Command lines run through ssh by a real sshd on 127.0.0.1.
+
+#include "bench/HostText.h"
+#include "executors/BatchingExecutor.h"
+#include "executors/SshExecutor.h"
+#include "posix/CSimpleCmdExec.h"
+#include "zfstools/ZfsDatasetEnumerator.h"
+
+#include <csignal>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace zfslib;
+using executors::SshExecutor;
+using executors::SshOptions;
+using posix::CSimpleCmdExec;
+
+namespace {
+
+/// An sshd for the time of one test, with keys of its own, which admits two commands at once. Of
+/// the keys, "user" lets in past a greeting, "forced" is for something else, "strange" unknown.
+class Ssh : public testing::Test {
+protected:
+    void SetUp() override {
+        if (access("/usr/sbin/sshd", X_OK) != 0 || access("/usr/bin/ssh", X_OK) != 0)
+            GTEST_SKIP() << "openssh-server and openssh-client are not installed";
+        ASSERT_NE(nullptr, mkdtemp(folder_.data()));
+        CSimpleCmdExec::RunCommand("set -e; cd " + folder_ + R"sh(
+            mkdir sockets bin; test "$(id -u)" != 0 || mkdir -p /run/sshd
+            for key in host user forced strange; do ssh-keygen -q -t ed25519 -N '' -f $key; done
+            touch unknown; sed 's/^/* /' host.pub > known
+            greet='echo hello; echo hello >\&2; eval \\"$SSH_ORIGINAL_COMMAND\\"'
+            sed "s/^/command=\"$greet\" /" user.pub > keys
+            sed 's/^/command="echo this is another service" /' forced.pub >> keys
+            printf '#!/bin/sh\nexec /usr/bin/ssh -F none "$@"\n' > bin/ssh; chmod +x bin/ssh
+            printf '%s\n' 'ListenAddress 127.0.0.1' "HostKey $PWD/host" "SetEnv HOME=$PWD" \
+                "AuthorizedKeysFile $PWD/keys" StrictModes=no PidFile=none MaxSessions=2 > config)sh");
+        std::string line; // another program may have the port
+        for (port_ = 20000 + getpid() % 10000; line.find("listening") == std::string::npos;) {
+            if (line.empty()) {
+                const std::string sshd = "exec /usr/sbin/sshd -D -e -f " + folder_ + "/config -p ";
+                log_ = popen(("echo $$; " + sshd + std::to_string(++port_) + " 2>&1").c_str(), "r");
+                listener_ = std::stoi(Line());
+            }
+            line = Line();
+        }
+    }
+    std::string Line() {
+        char text[1000];
+        return fgets(text, sizeof text, log_) == nullptr ? "" : text;
+    }
+    /// How many connections there were. Waits until all have ended.
+    int Connections() {
+        kill(std::exchange(listener_, 0), SIGTERM);
+        int count = 0;
+        for (std::string line = Line(); !line.empty(); line = Line())
+            count += line.find("Accepted publickey") != std::string::npos ? 1 : 0;
+        return count;
+    }
+    void TearDown() override {
+        if (listener_ != 0)
+            Connections();
+        if (log_ != nullptr)
+            pclose(log_);
+        std::filesystem::remove_all(folder_);
+    }
+    SshOptions Options(const std::string& key = "user", const std::string& hosts = "known") {
+        SshOptions options;
+        options.destination = "127.0.0.1";
+        options.options = {"Port=" + std::to_string(port_), "IdentityFile=" + folder_ + "/" + key,
+                           "IdentitiesOnly=yes", "UserKnownHostsFile=" + folder_ + "/" + hosts};
+        options.environment = {"PATH=" + folder_ + "/bin:/bin"}; // not the user's configuration
+        options.socketFolder = folder_ + "/sockets";
+        return options;
+    }
+
+    std::string folder_ = "/tmp/zfslib-test-XXXXXX";
+    int port_ = 0;
+    std::FILE* log_ = nullptr;
+    pid_t listener_ = 0;
+};
+
+/// "ok [output]" or the failure's message without its beginning.
+std::string Try(const CommandExecutor& executor, const std::string& command) {
+    try {
+        return "ok [" + executor(command) + "]";
+    } catch (const std::exception& failure) {
+        return std::string(failure.what()).substr(command.size() + 19); // "Command [...] failed: "
+    }
+}
+
+TEST_F(Ssh, TellsHowCommandsEnd) {
+    std::string told;
+    SshOptions options = Options();
+    options.standardError = [&told](const std::string& command, const std::string& text) {
+        told += command + ": " + text;
+    };
+    CommandExecutor executor = SshExecutor(options);
+    const std::pair<const char*, const char*> rows[] = {
+        {R"(printf 'a\tb\\ !x %s' "$0")", "ok [a\tb\\ !x sh]"},
+        {"echo out; echo err >&2", "ok [out\n]"},
+        {"cat; true # ", "ok []"},
+        {"echo half; echo no >&2; exit 255", "exit status 255: no"},
+        {"echo half; exit 3", "exit status 3: half"},
+        {"(exit 126)", "cannot be started: Permission denied"},
+        {"nosuchtool 2>/dev/null", "cannot be started: No such file or directory"},
+        {"sh -c 'kill -9 $$'", "killed by signal 9: Killed"},
+    };
+    for (const auto& [command, expected] : rows)
+        EXPECT_EQ(expected, Try(executor, command)) << command;
+    EXPECT_EQ("echo out; echo err >&2: err\n", told);
+    EXPECT_EQ(67108864, executor("head -c 67108864 /dev/zero; echo").find('\n'));
+    CSimpleCmdExec::SetStopped(true);
+    EXPECT_EQ("stopped by the host", Try(executor, "true"));
+    executor = {};
+    CSimpleCmdExec::SetStopped(false);
+    EXPECT_TRUE(std::filesystem::is_empty(options.socketFolder));
+    EXPECT_EQ(1, Connections());
+}
+
+TEST_F(Ssh, EnumeratesAThousandDatasets) {
+    const CommandExecutor fake = [overSsh = SshExecutor(Options())](std::string command) {
+        command.replace(0, std::string_view("/usr/bin/env -i zfs").size(), FAKE_ZFS);
+        std::string answer = overSsh(command);
+        EXPECT_EQ(Executors::ChildProcessExecute(command), answer) << command;
+        return answer;
+    };
+    Executors::SetProcessExecutor(fake); // asked for the quotas
+    const auto [datasets, warnings] =
+        ZfsDatasetEnumerator().Enumerate("tank", executors::BatchingExecutor(fake));
+    Executors::SetProcessExecutor(&Executors::ChildProcessExecute);
+    EXPECT_EQ(FAKE_ZFS_DATASETS, datasets.size());
+}
+
+TEST_F(Ssh, TakesNoPartForTheWhole) {
+    SshOptions options = Options();
+    options.timeoutSeconds = 1;
+    CommandExecutor executor = SshExecutor(options);
+    const std::string lost = "connection lost, its outcome is unknown: ssh to [127.0.0.1]";
+    EXPECT_EQ(lost, Try(executor, "head -c 1000000 /dev/zero; kill -9 $PPID")); // sshd
+    EXPECT_EQ("ok [again\n]", Try(executor, "echo again"));
+    EXPECT_EQ(lost, Try(executor, "echo 0; kill -9 $$")); // what was to tell the status
+    EXPECT_EQ("timed out after 1 s, its outcome is unknown", Try(executor, "exec sleep 3"));
+    executor = {};
+    EXPECT_EQ(2, Connections());
+}
+
+TEST_F(Ssh, TellsItsOwnFailures) {
+    SshOptions refused = Options();
+    refused.options[0] = "Port=1";
+    const std::pair<SshOptions, const char*> rows[] = {
+        {Options("strange"), "no connection: ssh to .127.0.0.1.: .*127.0.0.1: Permission denied.*"},
+        {Options("user", "unknown"), "no connection: .*Host key verification failed."},
+        {refused, "no connection: .*Connection refused"},
+        {Options("forced"), "cannot be started: Permission denied: this is another service"},
+    };
+    for (const auto& [options, reason] : rows) {
+        const CommandExecutor executor = SshExecutor(options);
+        const std::string first = Try(executor, "true");
+        EXPECT_THAT(first, testing::MatchesRegex(reason));
+        EXPECT_EQ(first, Try(executor, "true"));
+    }
+    SshOptions options;
+    for (const char* const destination : {"", "-oProxyCommand=id"}) {
+        options.destination = destination;
+        EXPECT_THROW(static_cast<void>(SshExecutor(options)), std::runtime_error) << destination;
+    }
+}
+
+TEST_F(Ssh, WaitsWhereTheHostAdmitsFewer) {
+    CommandExecutor executor = SshExecutor(Options());
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&executor] { EXPECT_EQ("ok [x\n]", Try(executor, "echo x")); });
+    for (std::thread& thread : threads)
+        thread.join();
+    executor = {};
+    EXPECT_EQ(1, Connections());
+}
+
+} // namespace
