@@ -1,6 +1,7 @@
 // Lists the pools of a host that is reached over ssh.
 
 #include "executors/BatchingExecutor.h"
+#include "executors/HostWordsExecutor.h"
 #include "executors/SshExecutor.h"
 #include "posix/CSimpleCmdExec.h"
 #include "zfstools/ZpoolsEnumerator.h"
@@ -17,7 +18,8 @@ CommandExecutor HostExecutor(const std::string& destination) {
     if (const char* const agent = std::getenv("SSH_AUTH_SOCK"))
         options.environment = {std::string("SSH_AUTH_SOCK=") + agent};
     options.timeoutSeconds = 600;
-    return executors::BatchingExecutor(executors::SshExecutor(options));
+    return executors::BatchingExecutor(
+        executors::HostWordsExecutor(executors::SshExecutor(options)));
 }
 
 int main(int argc, char** argv) {

@@ -4,26 +4,58 @@
 #include "executors/HostWordsExecutor.h"
 #include "executors/RecordingExecutor.h"
 #include "executors/ReplayingExecutor.h"
+#include "executors/SshExecutor.h"
 #include "inspect/Interruption.h"
 #include "inspect/MissingTools.h"
 
+#include <array>
+#include <cstdlib>
+#include <functional>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace inspect {
 namespace {
 
 using zfslib::CommandExecutor;
 
-/// Runs commands on this host. The recorder goes around the rest: what it writes are the library's
-/// own commands, one by one, which is what a replay is asked for.
-CommandExecutor LiveExecutor(const Options& options, ToolWarnings& warnings) {
-    zfslib::Executors::ChildOptions child;
-    child.timeoutSeconds = options.timeoutSeconds;
-    child.standardError = [&warnings](const std::string& /*command*/, const std::string& text) {
-        warnings.Add(text);
-    };
+using StandardError = std::function<void(const std::string& command, const std::string& text)>;
+
+/// What ssh, and what its configuration names, may need of our environment: agents, tickets, tools.
+std::vector<std::string> EnvironmentForSsh() {
+    static constexpr std::array<const char*, 6> names = {
+        "HOME", "KRB5CCNAME", "PATH", "SSH_AUTH_SOCK", "USER", "XDG_RUNTIME_DIR"};
+    std::vector<std::string> variables;
+    for (const char* const name : names)
+        if (const char* const value = std::getenv(name)) // NOLINT(concurrency-mt-unsafe)
+            variables.push_back(name + std::string("=") + value);
+    return variables;
+}
+
+CommandExecutor OtherHost(const Options& options, StandardError standardError) {
+    zfslib::executors::SshOptions ssh;
+    ssh.destination = *options.host;
+    ssh.options = options.sshOptions;
+    ssh.environment = EnvironmentForSsh();
+    ssh.timeoutSeconds = options.timeoutSeconds;
+    ssh.standardError = std::move(standardError);
+    return zfslib::executors::SshExecutor(std::move(ssh));
+}
+
+CommandExecutor ThisHost(const Options& options, StandardError standardError) {
+    return zfslib::Executors::ChildExecutor({options.timeoutSeconds, std::move(standardError)});
+}
+
+/// Runs commands on a host. The recorder goes around the rest: what it writes are the library's own
+/// commands, one by one, which is what a replay is asked for.
+CommandExecutor LiveExecutor(const Options& options, ToolWarnings& warnings,
+                             const LostHost& lostHost) {
+    const StandardError warn = [&warnings](const std::string& /*command*/,
+                                           const std::string& text) { warnings.Add(text); };
     CommandExecutor executor =
-        zfslib::executors::HostWordsExecutor(zfslib::Executors::ChildExecutor(std::move(child)));
+        options.host ? lostHost.Watch(OtherHost(options, warn)) : ThisHost(options, warn);
+    executor = zfslib::executors::HostWordsExecutor(std::move(executor));
     if (options.batch > 1) {
         zfslib::executors::BatchingOptions batching;
         batching.namesPerCommand = options.batch;
@@ -43,20 +75,26 @@ CommandExecutor UntilInterrupted(CommandExecutor executor) {
     };
 }
 
-} // namespace
-
-CommandExecutor InstallExecutors(const Options& options, Progress* progress,
-                                 ToolWarnings& warnings) {
-    CommandExecutor executor = options.replay
-                                   ? zfslib::executors::Replayer(*options.replay).Executor()
-                                   : LiveExecutor(options, warnings);
-    executor = UntilInterrupted(std::move(executor));
-    if (progress != nullptr)
-        executor = progress->Watch(std::move(executor));
+void Install(const CommandExecutor& executor) {
     zfslib::Executors::SetDfExecutor(executor);
     zfslib::Executors::SetZpoolExecutor(executor);
     zfslib::Executors::SetProcessExecutor(executor);
-    return executor;
+}
+
+} // namespace
+
+InstalledExecutor::InstalledExecutor(const Options& options, Progress* progress,
+                                     ToolWarnings& warnings)
+    : executor_(options.replay ? zfslib::executors::Replayer(*options.replay).Executor()
+                               : LiveExecutor(options, warnings, lostHost_)) {
+    executor_ = UntilInterrupted(std::move(executor_));
+    if (progress != nullptr)
+        executor_ = progress->Watch(std::move(executor_));
+    Install(executor_);
+}
+
+InstalledExecutor::~InstalledExecutor() {
+    Install({});
 }
 
 } // namespace inspect

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "inspect/LostHost.h"
 #include "inspect/Options.h"
 #include "inspect/Progress.h"
 #include "inspect/ToolWarnings.h"
@@ -7,11 +8,26 @@
 
 namespace inspect {
 
-/// Makes the executor that the options ask for and puts it into the three slots of the process as
-/// well. With a progress, that is told of every command. It and the warnings must live as long as
-/// commands are run. Errors: std::runtime_error when a recording cannot be read or written; from
-/// the executor also MissingTools.
-zfslib::CommandExecutor InstallExecutors(const Options& options, Progress* progress,
-                                         ToolWarnings& warnings);
+/// The executor that the options ask for, also in the three slots of the process. When it goes, the
+/// slots are empty and a connection to another host has ended.
+class InstalledExecutor {
+public:
+    /// With a progress, that is told of every command. It and the warnings must live as long.
+    /// Errors: std::runtime_error when a recording cannot be read or written; from the executor
+    /// also MissingTools.
+    InstalledExecutor(const Options& options, Progress* progress, ToolWarnings& warnings);
+    ~InstalledExecutor();
+    InstalledExecutor(const InstalledExecutor&) = delete;
+    InstalledExecutor& operator=(const InstalledExecutor&) = delete;
+
+    [[nodiscard]] const zfslib::CommandExecutor& Executor() const { return executor_; }
+
+    /// Errors: posix::CCommandFailure when the connection to another host failed at any time.
+    void CheckHost() const { lostHost_.Check(); }
+
+private:
+    LostHost lostHost_;
+    zfslib::CommandExecutor executor_;
+};
 
 } // namespace inspect

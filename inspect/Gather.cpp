@@ -183,10 +183,14 @@ Report GatherDatasets(const Options& options, const CommandExecutor& executor) {
     report.withProperties = options.properties != PropertyChoice::None;
     report.onlyChanged = options.properties == PropertyChoice::Changed;
 
+    // The table alone needs no more than three lists; a recording is to serve every other view.
+    const bool showsLists = !report.withProperties && !options.json && !options.record;
     zfslib::ZfsDatasetEnumerator enumerator;
     bool hasFilesystems = false;
     for (const ZfsDataset::Type type : options.types) {
-        report.records.push_back(enumerator.EnumerateType(report.root, type, executor));
+        report.records.push_back(
+            showsLists ? zfslib::ZfsDatasetEnumerator::ListType(report.root, type, executor)
+                       : enumerator.EnumerateType(report.root, type, executor));
         hasFilesystems = hasFilesystems || type == ZfsDataset::filesystem;
     }
     report.warnings = enumerator.Warnings();

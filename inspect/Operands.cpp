@@ -70,6 +70,16 @@ std::string RefusedDataset(const std::string& name) {
     return reason;
 }
 
+std::string RefusedHost(const std::string& host) {
+    if (host.empty())
+        return "the host is empty";
+    if (host.front() == '-')
+        return "it would be an option of ssh";
+    if (std::any_of(host.begin(), host.end(), util::IsSpace))
+        return "there is white space in it";
+    return {};
+}
+
 std::string RefusedPath(const std::string& path) {
     if (path.empty())
         return "the path is empty";

@@ -13,6 +13,9 @@ namespace inspect {
 /// A dataset's name: a pool's name, further components divided by "/", a snapshot behind "@".
 [[nodiscard]] std::string RefusedDataset(const std::string& name);
 
+/// A host that ssh is to reach: no option, and one word.
+[[nodiscard]] std::string RefusedHost(const std::string& host);
+
 /// A path: absolute.
 [[nodiscard]] std::string RefusedPath(const std::string& path);
 

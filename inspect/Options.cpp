@@ -53,14 +53,22 @@ CLI::Option* AddOperands(CLI::App* sub, CommandLine& line, const std::string& na
 
 void AddCommonOptions(CLI::App& app, Options& options) {
     app.set_version_flag("--version", "zfsinspect " ZFSINSPECT_VERSION);
-    CLI::Option* replay =
-        app.add_option("--replay", options.replay,
-                       "Answer from the recording FILE; no command is run on this host")
-            ->type_name("FILE");
+    CLI::Option* replay = app.add_option("--replay", options.replay,
+                                         "Answer from the recording FILE; no command is run")
+                              ->type_name("FILE");
     app.add_option("--record", options.record,
                    "Append every command and its answer to the recording FILE")
         ->type_name("FILE")
         ->excludes(replay);
+    CLI::Option* host =
+        app.add_option("--host", options.host, "Run the commands on another host, over ssh")
+            ->type_name("[USER@]HOST")
+            ->check(Checked(RefusedHost))
+            ->excludes(replay);
+    app.add_option("--ssh-option", options.sshOptions, "Give \"-o OPTION\" to ssh; may be repeated")
+        ->type_name("OPTION")
+        ->allow_extra_args(false)
+        ->needs(host);
     app.add_option("--timeout", options.timeoutSeconds,
                    "Kill a command that takes longer; 0: never (default 0)")
         ->type_name("SECONDS")

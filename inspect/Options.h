@@ -17,10 +17,12 @@ enum class PropertyChoice { None, Read, Changed };
 
 /// The command line, checked.
 struct Options {
-    std::optional<std::string> replay; ///< answers come from this recording
-    std::optional<std::string> record; ///< commands and answers are appended to this recording
-    int timeoutSeconds = 0;            ///< for each command; 0 waits for ever
-    std::size_t batch = 256;           ///< datasets per `zfs get all`; 0 and 1: no batching
+    std::optional<std::string> replay;   ///< answers come from this recording
+    std::optional<std::string> record;   ///< commands and answers are appended to this recording
+    std::optional<std::string> host;     ///< commands are run there, over ssh
+    std::vector<std::string> sshOptions; ///< each for one "-o" of ssh
+    int timeoutSeconds = 0;              ///< for each command; 0 waits for ever
+    std::size_t batch = 256;             ///< datasets per `zfs get all`; 0 and 1: no batching
     bool json = false;
     bool verbose = false;
 

@@ -59,15 +59,15 @@ void PrintWarning(const std::string& message) {
 }
 
 Report GatherUnlessInterrupted(const Options& options) {
+    const Interruption interruption; // also while a connection to another host is ended
     ToolWarnings warnings(PrintWarning);
     std::optional<Progress> progress;
     if (isatty(STDERR_FILENO) != 0 && !options.verbose)
-        progress.emplace(std::cerr);
-    const zfslib::CommandExecutor executor =
-        InstallExecutors(options, progress ? &*progress : nullptr, warnings);
-    const Interruption interruption;
-    Report report = Gather(options, executor);
+        progress.emplace(std::cerr, TerminalColumns);
+    const InstalledExecutor installed(options, progress ? &*progress : nullptr, warnings);
+    Report report = Gather(options, installed.Executor());
     Interruption::Check();
+    installed.CheckHost();
     return report;
 }
 

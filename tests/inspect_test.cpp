@@ -14,6 +14,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <future>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -299,9 +300,9 @@ TEST(Inspect, SendsNothingFromOutsideRaw) {
     host.Record(list + "filesystem t", "t\t1K\t1K\t0\n" + name + "\t1K\t1K\t0\n");
     host.Record("zfs get all t", "H\n");
     host.Record("zfs get all " + name, "H\nn \x1b:p \x1b[31mred local\n");
-    for (const char* option : {"--verbose", "--json", "--changed", "--flat"}) {
+    for (const char* option : {"--verbose", "--json", "--flat"}) {
         const Outcome outcome =
-            Replay(host.Path(), {"datasets", "t", option, "--type", "filesystem"});
+            Replay(host.Path(), {"datasets", "t", "--changed", option, "--type", "filesystem"});
         EXPECT_EQ(0, outcome.status) << outcome.err;
         const std::string all = outcome.out + outcome.err;
         EXPECT_EQ(std::string::npos, all.find_first_of("\x1b\x07\x9b\xe2")) << option << all;
@@ -414,8 +415,9 @@ TEST(InspectParts, WarnOnceOfWhatToolsWriteToStandardError) {
 TEST(InspectParts, DrawProgressOnOneLineAndEraseIt) {
     std::ostringstream terminal;
     const std::string longName = "t/\x1b" + std::string(200, 'n');
+    std::size_t width = 80;
     {
-        Progress progress(terminal);
+        Progress progress(terminal, [&width] { return width; });
         const auto executor =
             progress.Watch([&](const std::string&) { return "t\n" + longName + "\n"; });
         executor("/usr/bin/env -i zfs get all before");
@@ -424,8 +426,31 @@ TEST(InspectParts, DrawProgressOnOneLineAndEraseIt) {
         EXPECT_EQ("", terminal.str());
         executor("/usr/bin/env -i zfs get all " + longName);
         EXPECT_EQ("volume 1 of 2: t/\\e" + std::string(60, 'n'), terminal.str());
+        width = 20;
     }
-    EXPECT_THAT(terminal.str(), testing::EndsWith("n\r" + std::string(79, ' ') + "\r"));
+    EXPECT_THAT(terminal.str(), testing::EndsWith("n\r" + std::string(19, ' ') + "\r"));
+}
+
+TEST(InspectParts, NameTheCommandThatIsWaitedFor) {
+    struct Screen : std::stringbuf { // tells of the first text that is shown
+        std::promise<std::string> shown;
+        int sync() override {
+            if (!std::exchange(isOld, true))
+                shown.set_value(str());
+            return 0;
+        }
+        bool isOld = false;
+    } screen;
+    std::ostream terminal(&screen);
+    Progress progress(
+        terminal, [] { return 25; }, std::chrono::milliseconds(1));
+    std::future<std::string> shown = screen.shown.get_future();
+    progress.Watch([&shown](const std::string&) {
+        const bool isShown = shown.wait_for(std::chrono::minutes(1)) == std::future_status::ready;
+        EXPECT_EQ("waiting 0 s: zpool impor", isShown ? shown.get() : "");
+        return "";
+    })("/usr/bin/env -i zpool import");
+    EXPECT_THAT(screen.str(), testing::EndsWith("\r" + std::string(24, ' ') + "\r"));
 }
 
 TEST(InspectParts, EscapeAndFold) {

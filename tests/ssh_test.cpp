@@ -1,11 +1,9 @@
 // Command lines run through ssh by a real sshd on 127.0.0.1.
 
-#include "bench/HostText.h"
-#include "executors/BatchingExecutor.h"
 #include "executors/SshExecutor.h"
 #include "posix/CSimpleCmdExec.h"
-#include "zfstools/ZfsDatasetEnumerator.h"
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -15,25 +13,31 @@
 using namespace zfslib;
 using executors::SshExecutor;
 using executors::SshOptions;
+using posix::CCommandFailure;
 using posix::CSimpleCmdExec;
+using testing::HasSubstr;
 
 namespace {
 
 /// An sshd for the time of one test, with keys of its own, which admits two commands at once. Of
-/// the keys, "user" lets in past a greeting, "forced" is for something else, "strange" unknown.
+/// the keys, "user" lets in past a greeting, "tools" to a stand-in for zfs; "forced" is for
+/// something else, "deadly" for the end of the program in the file "pid", and "strange" is unknown.
 class Ssh : public testing::Test {
 protected:
     void SetUp() override {
         if (access("/usr/sbin/sshd", X_OK) != 0 || access("/usr/bin/ssh", X_OK) != 0)
             GTEST_SKIP() << "openssh-server and openssh-client are not installed";
         ASSERT_NE(nullptr, mkdtemp(folder_.data()));
-        CSimpleCmdExec::RunCommand("set -e; cd " + folder_ + R"sh(
+        CSimpleCmdExec::RunCommand("set -e; FAKE=" FAKE_ZFS "; cd " + folder_ + R"sh(
             mkdir sockets bin; test "$(id -u)" != 0 || mkdir -p /run/sshd
-            for key in host user forced strange; do ssh-keygen -q -t ed25519 -N '' -f $key; done
+            for key in host user tools forced deadly strange; do ssh-keygen -q -t ed25519 -N '' -f $key; done
             touch unknown; sed 's/^/* /' host.pub > known
             greet='echo hello; echo hello >\&2; eval \\"$SSH_ORIGINAL_COMMAND\\"'
             sed "s/^/command=\"$greet\" /" user.pub > keys
+            echo 'eval "$(printf %s "$SSH_ORIGINAL_COMMAND" | sed "s#C zfs#C $FAKE#")"' > script
+            sed "s#^#command=\"env FAKE=$FAKE sh $PWD/script\" #" tools.pub >> keys
             sed 's/^/command="echo this is another service" /' forced.pub >> keys
+            sed "s#^#command=\"read pid <$PWD/pid; kill \$pid; exec sleep 5\" #" deadly.pub >> keys
             printf '#!/bin/sh\nexec /usr/bin/ssh -F none "$@"\n' > bin/ssh; chmod +x bin/ssh
             printf '%s\n' 'ListenAddress 127.0.0.1' "HostKey $PWD/host" "SetEnv HOME=$PWD" \
                 "AuthorizedKeysFile $PWD/keys" StrictModes=no PidFile=none MaxSessions=2 > config)sh");
@@ -51,12 +55,15 @@ protected:
         char text[1000];
         return fgets(text, sizeof text, log_) == nullptr ? "" : text;
     }
-    /// How many connections there were. Waits until all have ended.
+    /// How many connections there were. Waits until all have ended; one that was left to itself
+    /// would wait for a further command for a minute.
     int Connections() {
+        const auto start = std::chrono::steady_clock::now();
         kill(std::exchange(listener_, 0), SIGTERM);
         int count = 0;
         for (std::string line = Line(); !line.empty(); line = Line())
             count += line.find("Accepted publickey") != std::string::npos ? 1 : 0;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
         return count;
     }
     void TearDown() override {
@@ -75,6 +82,20 @@ protected:
         options.socketFolder = folder_ + "/sockets";
         return options;
     }
+
+#ifdef ZFSINSPECT
+    /// With a key, of the host.
+    std::string Inspect(const std::string& key, const std::string& rest) {
+        const SshOptions ssh = Options(key);
+        std::string line =
+            "echo $$ >" + folder_ + "/pid; export " + ssh.environment[0] + "; exec " ZFSINSPECT;
+        if (!key.empty())
+            line += " --host 127.0.0.1";
+        for (const std::string& option : ssh.options)
+            line += key.empty() ? "" : " --ssh-option " + option;
+        return CSimpleCmdExec::RunCommand(line + " " + rest);
+    }
+#endif
 
     std::string folder_ = "/tmp/zfslib-test-XXXXXX";
     int port_ = 0;
@@ -120,31 +141,18 @@ TEST_F(Ssh, TellsHowCommandsEnd) {
     EXPECT_EQ(1, Connections());
 }
 
-TEST_F(Ssh, EnumeratesAThousandDatasets) {
-    const CommandExecutor fake = [overSsh = SshExecutor(Options())](std::string command) {
-        command.replace(0, std::string_view("/usr/bin/env -i zfs").size(), FAKE_ZFS);
-        std::string answer = overSsh(command);
-        EXPECT_EQ(Executors::ChildProcessExecute(command), answer) << command;
-        return answer;
-    };
-    Executors::SetProcessExecutor(fake); // asked for the quotas
-    const auto [datasets, warnings] =
-        ZfsDatasetEnumerator().Enumerate("tank", executors::BatchingExecutor(fake));
-    Executors::SetProcessExecutor(&Executors::ChildProcessExecute);
-    EXPECT_EQ(FAKE_ZFS_DATASETS, datasets.size());
-}
-
 TEST_F(Ssh, TakesNoPartForTheWhole) {
-    SshOptions options = Options();
-    options.timeoutSeconds = 1;
-    CommandExecutor executor = SshExecutor(options);
+    CommandExecutor executor = SshExecutor(Options());
     const std::string lost = "connection lost, its outcome is unknown: ssh to [127.0.0.1]";
     EXPECT_EQ(lost, Try(executor, "head -c 1000000 /dev/zero; kill -9 $PPID")); // sshd
     EXPECT_EQ("ok [again\n]", Try(executor, "echo again"));
     EXPECT_EQ(lost, Try(executor, "echo 0; kill -9 $$")); // what was to tell the status
-    EXPECT_EQ("timed out after 1 s, its outcome is unknown", Try(executor, "exec sleep 3"));
+    SshOptions options = Options();
+    options.timeoutSeconds = 5; // enough to connect on a busy machine
+    executor = SshExecutor(options);
+    EXPECT_EQ("timed out after 5 s, its outcome is unknown", Try(executor, "exec sleep 9"));
     executor = {};
-    EXPECT_EQ(2, Connections());
+    EXPECT_EQ(3, Connections());
 }
 
 TEST_F(Ssh, TellsItsOwnFailures) {
@@ -179,5 +187,27 @@ TEST_F(Ssh, WaitsWhereTheHostAdmitsFewer) {
     executor = {};
     EXPECT_EQ(1, Connections());
 }
+
+#ifdef ZFSINSPECT
+
+TEST_F(Ssh, InspectsAThousandDatasetsOfTheHost) {
+    const std::string recording = folder_ + "/recording";
+    const std::string live = Inspect("tools", "--json --record " + recording + " datasets tank");
+    std::size_t count = 0;
+    for (std::size_t at = live.find("\"parent\""); at != std::string::npos; ++count)
+        at = live.find("\"parent\"", at + 1);
+    EXPECT_EQ(1000, count);
+    EXPECT_EQ(live, Inspect("", "--json --replay " + recording + " datasets tank"));
+    EXPECT_THAT([&] { Inspect("strange", "tools"); }, // which takes other failures for a "no"
+                testing::ThrowsMessage<CCommandFailure>(HasSubstr("1: zfsinspect: Command [")));
+}
+
+TEST_F(Ssh, EndsTheConnectionOfAnInterruptedRun) {
+    EXPECT_THAT([&] { Inspect("deadly", "importable"); },
+                testing::ThrowsMessage<CCommandFailure>(HasSubstr("failed: killed by signal 15")));
+    EXPECT_EQ(1, Connections());
+}
+
+#endif
 
 } // namespace

@@ -78,6 +78,40 @@ void SetListColumns(ZfsDataset& dataset, const std::string& name, const std::str
     dataset.usedrefreserv = ParseSpaceValue(usedrefreserv);
 }
 
+std::string List(const std::string& root, ZfsDataset::Type type, const CommandExecutor& executor) {
+    return executor("/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t " +
+                    ZfsDataset::TypeToString(type) + " " + root);
+}
+
+bool SaysNone(const std::string& listOutput) {
+    return listOutput.find("no datasets available") != std::string::npos;
+}
+
+/// The datasets of an output of `zfs list`. `complete` is called with each and its name before the
+/// columns are converted.
+template <typename Complete>
+std::vector<ZfsDataset> ParseRows(const std::string& listOutput, ZfsDataset::Type type,
+                                  const Complete& complete) {
+    std::vector<ZfsDataset> datasets;
+    if (!HasWord(listOutput))
+        return datasets;
+    datasets.reserve(CountRows(listOutput));
+    for (RowReader reader(listOutput); reader.Next();) {
+        const std::vector<std::string>& row = reader.Row();
+        if (row.empty())
+            continue;
+        if (row.size() < 4)
+            throw std::runtime_error("Failed to parse zfs output:\n" + listOutput);
+        const std::string& name = row[0];
+
+        ZfsDataset& dataset = datasets.emplace_back();
+        dataset.type = type;
+        complete(dataset, name);
+        SetListColumns(dataset, name, row[1], row[2], row[3]);
+    }
+    return datasets;
+}
+
 /// The place of each member of ZfsProperties in the order of ForEach, by its name.
 const std::unordered_map<std::string_view, std::size_t>& MemberPlaces() {
     using Places = std::unordered_map<std::string_view, std::size_t>;
@@ -226,34 +260,17 @@ ZfsDatasetEnumerator::Enumerate(const std::string& root, CommandExecutor executo
 std::vector<ZfsDataset> ZfsDatasetEnumerator::EnumerateType(const std::string& root,
                                                             ZfsDataset::Type type,
                                                             CommandExecutor executor) {
-    const std::string output =
-        executor("/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t " +
-                 ZfsDataset::TypeToString(type) + " " + root);
-    return extractDatasetFromOutput(output, type, executor);
+    return extractDatasetFromOutput(List(root, type, executor), type, executor);
 }
 
 std::vector<ZfsDataset>
 ZfsDatasetEnumerator::extractDatasetFromOutput(const std::string& listOutput, ZfsDataset::Type type,
                                                CommandExecutor executor) {
-    std::vector<ZfsDataset> datasets;
-    if (listOutput.find("no datasets available") != std::string::npos)
-        return datasets;
+    if (SaysNone(listOutput))
+        return {};
     const bool isRecovery = orvcommonlib::system::CRecoveryIsoDetector::IsUnderRecoveryIso();
-    if (!HasWord(listOutput))
-        return datasets;
-
-    datasets.reserve(CountRows(listOutput));
     QuotaNames quotaNames;
-    for (RowReader reader(listOutput); reader.Next();) {
-        const std::vector<std::string>& row = reader.Row();
-        if (row.empty())
-            continue;
-        if (row.size() < 4)
-            throw std::runtime_error("Failed to parse zfs output:\n" + listOutput);
-        const std::string& name = row[0];
-
-        ZfsDataset& dataset = datasets.emplace_back();
-        dataset.type = type;
+    return ParseRows(listOutput, type, [&](ZfsDataset& dataset, const std::string& name) {
         _log.dbg("Prepare to execute zfs get");
         const std::string getOutput = executor("/usr/bin/env -i zfs get all " + name);
         _log.dbg("%1", getOutput);
@@ -264,9 +281,20 @@ ZfsDatasetEnumerator::extractDatasetFromOutput(const std::string& listOutput, Zf
             dataset.properties.groupQuotas =
                 ReadQuotas(QuotaKind::group, name, Executors::GetProcessExecutor(), quotaNames);
         }
-        SetListColumns(dataset, name, row[1], row[2], row[3]);
-    }
-    return datasets;
+    });
+}
+
+std::vector<ZfsDataset> ZfsDatasetEnumerator::ListType(const std::string& root,
+                                                       ZfsDataset::Type type,
+                                                       CommandExecutor executor) {
+    return ParseList(List(root, type, executor), type);
+}
+
+std::vector<ZfsDataset> ZfsDatasetEnumerator::ParseList(const std::string& listOutput,
+                                                        ZfsDataset::Type type) {
+    if (SaysNone(listOutput))
+        return {};
+    return ParseRows(listOutput, type, [](ZfsDataset&, const std::string&) {});
 }
 
 ZfsDataset ZfsDatasetEnumerator::ParseDatasetFields(const std::string& name,

@@ -73,6 +73,13 @@ public:
                                                      ZfsDataset::Type type,
                                                      CommandExecutor executor);
 
+    /// The bare records of one type, with name, type and sizes; all else is at its default. Costs
+    /// one `zfs list`, however many there are. Errors: as Enumerate.
+    static std::vector<ZfsDataset> ListType(const std::string& root, ZfsDataset::Type type,
+                                            CommandExecutor executor);
+    /// The same of one output of `zfs list -rH -o name,avail,used,usedrefreserv`.
+    static std::vector<ZfsDataset> ParseList(const std::string& listOutput, ZfsDataset::Type type);
+
     /// The record of a filesystem. Errors: as ParseSpaceValue.
     static ZfsDataset ParseDatasetFields(const std::string& name, const std::string& avail,
                                          const std::string& used, const std::string& usedrefreserv,
