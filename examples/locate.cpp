@@ -5,23 +5,14 @@
 
 #include <iostream>
 #include <stdexcept>
-#include <string_view>
-
-/// Whether a name from outside may stand in a command line: what zfs allows in the name of a pool
-/// or dataset has no meaning to a shell and holds no blank.
-bool IsSafeName(std::string_view name) {
-    return !name.empty() && name.front() != '-' &&
-           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
-                                  "_-.:/@") == std::string_view::npos;
-}
 
 void Import(const std::string& name, const std::string& newName, const std::string& altRoot) {
-    if (!IsSafeName(newName) || !IsSafeName(altRoot))
+    if (!zfslib::IsSafeOperand(newName) || !zfslib::IsSafeOperand(altRoot))
         throw std::runtime_error("This name or root cannot be passed on.");
     // The command line ends in "2>&1": it takes an executor that goes through a shell.
     const zfslib::CommandExecutor shell = zfslib::Executors::GetZpoolExecutor();
     for (const zfslib::Pool4Import& pool : zfslib::EnumerateZpool4Import(shell)) {
-        if (pool.name != name || !IsSafeName(pool.id))
+        if (pool.name != name || !zfslib::IsSafeOperand(pool.id))
             continue;
         zfslib::ImportZfsPool(pool, newName, altRoot, shell);
         std::cout << name << " (" << pool.id << ") is imported as " << newName << '\n';

@@ -31,19 +31,12 @@ bool IsTextKept(const Property<T>& property) {
     return true;
 }
 
-/// What the tools take when they create a dataset, and not afterwards.
-bool IsSetAtCreation(const std::string& property) {
-    static const std::set<std::string> names = {"casesensitivity", "encryption", "keysource",
-                                                "utf8only", "volblocksize"};
-    return names.count(property) != 0;
-}
-
 void Restore(const ZfsDataset& dataset, const std::string& root) {
     const auto restore = [&](const auto& property) {
         const std::string& name = property.GetName();
         if (property.GetState() == PropState::Unset || !IsToRestore(property.GetSource(), root))
             return;
-        if (IsSetAtCreation(name))
+        if (ZfsProperties::IsSetAtCreation(name))
             std::cout << "create " << dataset.name << " with " << name << '=' << property.GetText()
                       << '\n';
         else if (IsTextKept(property))

@@ -3,6 +3,7 @@
 #include "util/str.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 namespace inspect {
@@ -53,10 +54,30 @@ std::optional<Character> Decode(std::string_view text) {
     return character;
 }
 
-/// Whether a terminal would do something else with the character than show it where it stands.
-bool IsControl(char32_t code) {
-    return code < 0x20 || (code >= 0x7F && code <= 0x9F) || (code >= 0x202A && code <= 0x202E) ||
-           (code >= 0x2066 && code <= 0x2069);
+/// A range of characters, both ends included.
+struct Range {
+    char32_t first;
+    char32_t last;
+};
+
+/// What a terminal does not show as a sign of its own where it stands: the characters of the
+/// general categories Cc, Cf, Zl and Zp (controls, marks that change the direction of writing,
+/// tags, line separators) and those that are ignored by default (fillers, joiners, variation
+/// selectors).
+constexpr Range unseen[] = {
+    {0x0000, 0x001F},   {0x007F, 0x009F},   {0x00AD, 0x00AD},   {0x034F, 0x034F},
+    {0x0600, 0x0605},   {0x061C, 0x061C},   {0x06DD, 0x06DD},   {0x070F, 0x070F},
+    {0x0890, 0x0891},   {0x08E2, 0x08E2},   {0x115F, 0x1160},   {0x17B4, 0x17B5},
+    {0x180B, 0x180F},   {0x200B, 0x200F},   {0x2028, 0x202E},   {0x2060, 0x206F},
+    {0x3164, 0x3164},   {0xFE00, 0xFE0F},   {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},
+    {0xFFF0, 0xFFFB},   {0x110BD, 0x110BD}, {0x110CD, 0x110CD}, {0x13430, 0x1343F},
+    {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF},
+};
+
+bool IsUnseen(char32_t code) {
+    return std::any_of(std::begin(unseen), std::end(unseen), [code](const Range& range) {
+        return range.first <= code && code <= range.last;
+    });
 }
 
 void AppendByte(std::string& escaped, char c) {
@@ -101,7 +122,7 @@ std::string Escape(std::string_view text) {
         text.remove_prefix(bytes.size());
         if (bytes == "\\")
             escaped += "\\\\";
-        else if (character && !IsControl(character->codePoint))
+        else if (character && !IsUnseen(character->codePoint))
             escaped += bytes;
         else
             for (const char c : bytes)

@@ -6,8 +6,9 @@
 namespace inspect {
 
 /// Text from outside (a name, a value, a message) as it may go to a terminal: control characters,
-/// those that change the direction of writing, and what is not UTF-8 stand as "\n", "\t", "\r",
-/// "\e" or, byte for byte, "\x9b"; a backslash stands as "\\", so that the text can be told back.
+/// those that are invisible or change the direction of writing, and what is not UTF-8 stand as
+/// "\n", "\t", "\r", "\e" or, byte for byte, "\x9b"; a backslash stands as "\\", so that the text
+/// can be told back.
 [[nodiscard]] std::string Escape(std::string_view text);
 
 /// A message on one line and of bearable length: line breaks become blanks, and of a long message

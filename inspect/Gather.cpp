@@ -1,6 +1,8 @@
 #include "inspect/Gather.h"
 
+#include "inspect/Escape.h"
 #include "inspect/MissingTools.h"
+#include "inspect/Size.h"
 #include "logging/logging.h"
 #include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
@@ -12,6 +14,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <type_traits>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -37,6 +40,8 @@ PropertyEntry MakePropertyEntry(const Property<T>& property) {
     if constexpr (std::is_same_v<T, ZfsProperties::SpaceSize>)
         if (!entry.failed && property.GetValue().kind == ZfsProperties::SpaceSize::Kind::Value)
             entry.bytes = property.GetValue().bytes;
+    if (entry.bytes)
+        entry.text = FormatSize(*entry.bytes);
     return entry;
 }
 
@@ -45,12 +50,12 @@ bool IsAtOrBelow(const std::string& name, const std::string& root) {
            util::str_is_starts_with(name, root + "@");
 }
 
-/// Whether a property can be given to a dataset only when it is created. The tools print "-" for
-/// its source, as for what they compute.
-bool IsFixedAtCreation(const std::string& name) {
-    static const std::unordered_set<std::string> names = {"casesensitivity", "encryption",
-                                                          "multilevel", "utf8only", "volblocksize"};
-    return names.count(name) != 0;
+/// Whether somebody can have chosen the property although the tools print "-" for its source: one
+/// that only the creation of a dataset can give it, or the quota of those who have none of their
+/// own.
+bool IsChosenWithoutSource(const std::string& name) {
+    return ZfsProperties::IsSetAtCreation(name) || name == "defaultuserquota" ||
+           name == "defaultgroupquota";
 }
 
 /// Whether a restore of everything below `root` has to set the property again. What is inherited
@@ -62,9 +67,10 @@ bool IsChanged(const Property<T>& property, const std::string& root) {
     const zfslib::PropSource& source = property.GetSource();
     if (source.unparsed != 0 || source.type == Type::Local || source.type == Type::Received)
         return true;
-    if (source.type == Type::None && IsFixedAtCreation(property.GetName()))
+    if (source.type == Type::None && IsChosenWithoutSource(property.GetName()))
         return property.GetState() == PropState::Failed ||
-               !(property.GetValue() == property.GetDefault());
+               (!(property.GetValue() == property.GetDefault()) && property.GetText() != "none" &&
+                property.GetText() != "-");
     return source.type == Type::Inherited && !IsAtOrBelow(source.inheritedFrom, root);
 }
 
@@ -177,6 +183,84 @@ std::vector<DatasetEntry> OrderByName(const std::vector<std::vector<ZfsDataset>>
     return entries;
 }
 
+/// An executor that notes the property `normalization` of each dataset whose properties are read
+/// through it.
+CommandExecutor NoteNormalization(const CommandExecutor& executor, DatasetsReport& report) {
+    return [&executor, &report](const std::string& command) {
+        static const std::string query = "/usr/bin/env -i zfs get all ";
+        std::string output = executor(command);
+        if (!util::str_is_starts_with(command, query))
+            return output;
+        for (std::string_view rest = output; !rest.empty();) {
+            const std::string_view line = util::ConsumeLine(rest);
+            if (line.find("normalization") == std::string_view::npos)
+                continue;
+            zfslib::AuxPropValue value;
+            const std::vector<std::string> row = util::split(line);
+            if (row.size() < 4 ||
+                ZfsDataset::ParseDatasetPropOutputRow(row, value) != "normalization")
+                continue;
+            Property<std::string> property("normalization", "none");
+            property.Set(value.value);
+            property.SetSource(value.source, value.inheritedFrom);
+            report.normalization.insert_or_assign(command.substr(query.size()), property);
+        }
+        return output;
+    };
+}
+
+/// What a name can go on with, but for what may end a sentence behind it.
+constexpr std::string_view nameSigns =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-/@";
+
+/// `text` with `name` replaced wherever it stands as a whole.
+std::string WithoutName(std::string text, const std::string& name) {
+    const auto belongsToName = [&text](std::size_t at) {
+        return at < text.size() && nameSigns.find(text[at]) != std::string_view::npos;
+    };
+    for (std::size_t at = text.find(name); at != std::string::npos && !name.empty();
+         at = text.find(name, at + 1))
+        if ((at == 0 || !belongsToName(at - 1)) && !belongsToName(at + name.size()))
+            text.replace(at, name.size(), "%");
+    return text;
+}
+
+/// Says of each quota list that could not be read why that is so.
+void AddWarnings(DatasetsReport& report, const zfslib::ZfsDatasetEnumerator& enumerator) {
+    using Kind = posix::CCommandFailure::Kind;
+    struct Line {
+        std::string text;
+        std::size_t count = 0;
+    };
+    std::vector<Line> lines;
+    std::unordered_map<std::string, std::size_t> lineOfKind;
+    report.warnings = enumerator.Warnings();
+    for (std::size_t i = 0; i < report.warnings.size(); ++i) {
+        const auto& failure = enumerator.QuotaFailures()[i];
+        std::string cause;
+        try {
+            std::rethrow_exception(failure.cause);
+        } catch (const posix::CCommandFailure& error) {
+            cause = error.what();
+            if (error.GetKind() == Kind::TimeOut || error.GetKind() == Kind::Stopped)
+                report.quotasTimedOut = true;
+        } catch (const std::exception& error) {
+            cause = logging::Describe(error);
+        }
+        cause = Fold(cause);
+        const auto [known, isNew] = lineOfKind.emplace(
+            failure.quotaType + WithoutName(cause, failure.dataset), lines.size());
+        if (isNew)
+            lines.push_back({report.warnings[i] + " Cause: " + cause});
+        ++lines[known->second].count;
+        report.warningCauses.push_back(std::move(cause));
+    }
+    for (const Line& line : lines)
+        report.warningLines.push_back(
+            line.count == 1 ? line.text
+                            : line.text + util::str_format(" (the first of %1 alike)", line.count));
+}
+
 Report GatherDatasets(const Options& options, const CommandExecutor& executor) {
     DatasetsReport report;
     report.root = options.operands.front();
@@ -185,15 +269,17 @@ Report GatherDatasets(const Options& options, const CommandExecutor& executor) {
 
     // The table alone needs no more than three lists; a recording is to serve every other view.
     const bool showsLists = !report.withProperties && !options.json && !options.record;
+    const CommandExecutor noting =
+        report.withProperties ? NoteNormalization(executor, report) : executor;
     zfslib::ZfsDatasetEnumerator enumerator;
     bool hasFilesystems = false;
     for (const ZfsDataset::Type type : options.types) {
         report.records.push_back(
             showsLists ? zfslib::ZfsDatasetEnumerator::ListType(report.root, type, executor)
-                       : enumerator.EnumerateType(report.root, type, executor));
+                       : enumerator.EnumerateType(report.root, type, noting));
         hasFilesystems = hasFilesystems || type == ZfsDataset::filesystem;
     }
-    report.warnings = enumerator.Warnings();
+    AddWarnings(report, enumerator);
     report.datasets = options.flat || !hasFilesystems ? OrderByName(report.records)
                                                       : OrderAsTree(report.records, report.root);
     return report;
@@ -302,12 +388,30 @@ DatasetProperties DatasetsReport::Properties(const ZfsDataset& dataset) const {
     if (withProperties && !cannotBeSet)
         ZfsProperties::ForEach(dataset.properties,
                                [&](const auto& property) { add(shown.native, property); });
+    const auto noted = normalization.find(dataset.name);
+    if (withProperties && !cannotBeSet && noted != normalization.end())
+        add(shown.native, noted->second);
     for (const Property<std::string>& property : dataset.properties.userProperties)
         add(shown.user, property);
     std::sort(shown.user.begin(), shown.user.end(),
               [](const PropertyEntry& a, const PropertyEntry& b) { return a.name < b.name; });
     shown.quotas = SetQuotas(dataset.properties);
     return shown;
+}
+
+std::string Incompleteness(const Report& report) {
+    if (const auto* locations = std::get_if<LocateReport>(&report)) {
+        const auto& paths = locations->paths;
+        const auto count = std::count_if(paths.begin(), paths.end(), [](const LocatedPath& path) {
+            return path.dataset.empty();
+        });
+        if (count != 0)
+            return util::str_format("%1 of %2 paths not found on ZFS", count, paths.size());
+    }
+    if (const auto* datasets = std::get_if<DatasetsReport>(&report))
+        if (datasets->quotasTimedOut)
+            return "quotas are missing because time was up";
+    return {};
 }
 
 Report Gather(const Options& options, const CommandExecutor& executor) {

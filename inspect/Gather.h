@@ -13,6 +13,10 @@ namespace inspect {
 /// Errors: std::runtime_error for a pool that is not there, and what the library throws.
 [[nodiscard]] Report Gather(const Options& options, const zfslib::CommandExecutor& executor);
 
+/// What is missing in a report although it has to be shown: the reason why showing it is no
+/// success; empty when nothing is missing.
+[[nodiscard]] std::string Incompleteness(const Report& report);
+
 /// The datasets below `root` in the order of a tree: the snapshots of a dataset directly below it,
 /// then its children, both sorted. Where a parent is missing a placeholder stands in. The entries
 /// are of the given records. Errors: std::runtime_error for a dataset that does not lie below

@@ -128,7 +128,8 @@ struct JsonPrinter {
                 out << std::exchange(separator, ",\n    ")
                     << DumpInside(DatasetJson(*entry.dataset, report), 4);
         out << (*separator == ',' ? "\n  ]" : "]")
-            << ",\n  \"warnings\": " << DumpInside(report.warnings, 2) << "\n}\n";
+            << ",\n  \"warnings\": " << DumpInside(report.warnings, 2)
+            << ",\n  \"warningCauses\": " << DumpInside(report.warningCauses, 2) << "\n}\n";
     }
 };
 

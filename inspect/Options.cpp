@@ -6,8 +6,11 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstddef>
+#include <numeric>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 namespace inspect {
 namespace {
@@ -39,6 +42,7 @@ CLI::App* AddCommand(CLI::App& app, CommandLine& line, Command command, const st
                      const std::string& description) {
     CLI::App* sub = app.add_subcommand(name, description)->group("Commands");
     sub->fallthrough(); // the common options may also stand behind the command
+    sub->footer("The options of every command (zfsinspect --help) may stand here as well.");
     sub->callback([&line, command] { line.options.command = command; });
     return sub;
 }
@@ -98,11 +102,12 @@ void AddCommands(CLI::App& app, CommandLine& line) {
     datasets->add_flag("--flat", line.options.flat, "A table sorted by name in place of the tree");
     datasets
         ->add_option("--type", line.types,
-                     "Only these, divided by commas; without filesystems there is no tree")
+                     "Only these, divided by commas (fs, snap and vol will do); without "
+                     "filesystems there is no tree")
         ->type_name("TYPE,...")
         ->delimiter(',')
         ->allow_extra_args(false)
-        ->check(CLI::IsMember({"filesystem", "snapshot", "volume"}));
+        ->check(CLI::IsMember({"filesystem", "snapshot", "volume", "fs", "snap", "vol"}));
     CLI::Option* all = datasets->add_flag(
         "--properties", line.allProperties,
         "Also show every property that was read, the quotas and the user properties");
@@ -131,12 +136,23 @@ void RefuseBrackets(int argc, const char* const* argv) {
     }
 }
 
+/// The type of a word of the tools', or of one of their short ones.
+zfslib::ZfsDataset::Type TypeFromWord(const std::string& word) {
+    if (word == "fs")
+        return zfslib::ZfsDataset::filesystem;
+    if (word == "snap")
+        return zfslib::ZfsDataset::snapshot;
+    if (word == "vol")
+        return zfslib::ZfsDataset::volume;
+    return zfslib::ZfsDataset::StringToType(word);
+}
+
 Options Finish(CommandLine&& line) {
     Options options = std::move(line.options);
     if (!line.types.empty())
         options.types.clear();
     for (const std::string& text : line.types) {
-        const auto type = zfslib::ZfsDataset::StringToType(text);
+        const auto type = TypeFromWord(text);
         if (std::find(options.types.begin(), options.types.end(), type) == options.types.end())
             options.types.push_back(type);
     }
@@ -147,6 +163,39 @@ Options Finish(CommandLine&& line) {
     return options;
 }
 
+/// How many letters have to be changed, added or left out to make one word of the other.
+std::size_t Distance(std::string_view a, std::string_view b) {
+    std::vector<std::size_t> row(b.size() + 1); // of the beginnings of b, for one beginning of a
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+/// "; did you mean ...?" with the command that is nearest to the word; empty when none is near.
+std::string Suggestion(const CLI::App& app, const std::string& word) {
+    constexpr std::size_t longestWord = 32;
+    std::size_t nearest =
+        word.size() > longestWord ? 0 : std::max<std::size_t>(word.size() / 2, 1) + 1;
+    std::string suggestion;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        const std::string& name = command->get_name();
+        const bool isBegun = word.size() > 1 && util::str_is_starts_with(name, word);
+        const std::size_t distance = isBegun ? 1 : Distance(word, name);
+        if (distance >= nearest)
+            continue;
+        nearest = distance;
+        suggestion = "; did you mean \"" + name + "\"?";
+    }
+    return suggestion;
+}
+
 NothingToDo FromError(const CLI::App& app, const CLI::ParseError& error) {
     std::ostringstream output;
     std::ostringstream ignored;
@@ -155,7 +204,8 @@ NothingToDo FromError(const CLI::App& app, const CLI::ParseError& error) {
     if (app.get_subcommands().empty() && error.get_name() == "RequiredError")
         return {usageError, app.remaining().empty()
                                 ? "a command is missing"
-                                : "[" + app.remaining().front() + "] is no command or option"};
+                                : "[" + app.remaining().front() + "] is no command or option" +
+                                      Suggestion(app, app.remaining().front())};
     return {usageError, error.what()};
 }
 

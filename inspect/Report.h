@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -18,7 +19,8 @@ namespace inspect {
 /// A property that is to be shown.
 struct PropertyEntry {
     std::string name;
-    std::string text;                   ///< of the value; of a failed one, what the tool printed
+    std::string text;                   ///< of the value; of a failed one, what the tool printed;
+                                        ///< a size is rounded, as the tools print it
     std::optional<std::uint64_t> bytes; ///< the value of a size
     std::string source;                 ///< as the tool printed it
     std::string inheritedFrom;          ///< empty when it is not inherited
@@ -73,6 +75,12 @@ struct DatasetsReport {
     std::vector<std::vector<zfslib::ZfsDataset>> records;
     std::vector<DatasetEntry> datasets; ///< the records in the order in which they are shown
     std::vector<std::string> warnings;
+    std::vector<std::string> warningCauses; ///< of each warning, folded
+    std::vector<std::string> warningLines;  ///< for people: those of one kind are one line
+    /// Some quotas were not read because time was up, so that they may well be there.
+    bool quotasTimedOut = false;
+    /// By dataset: what the tools print as well, and ZfsProperties has no member for.
+    std::unordered_map<std::string, zfslib::Property<std::string>> normalization;
 
     /// The properties of one of the datasets that are to be shown.
     [[nodiscard]] DatasetProperties Properties(const zfslib::ZfsDataset& dataset) const;

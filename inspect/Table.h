@@ -7,8 +7,9 @@
 
 namespace inspect {
 
-/// Rows of cells in columns that are as wide as their widest cell. Whatever the text views print
-/// goes through here, and is escaped here.
+/// Rows of cells in columns that are as wide as their widest cell, up to a limit: a wider cell
+/// moves what is to its right in its own line only. Whatever the text views print goes through
+/// here, and is escaped here.
 class Table {
 public:
     using Cells = std::vector<std::string>;
@@ -33,6 +34,10 @@ private:
 
 /// By how many columns what belongs to a thing is indented below it.
 constexpr std::size_t indentStep = 4;
+
+/// How many columns `depth` steps of indentation take. Deeper than ZFS lets datasets lie, all have
+/// the same: names from elsewhere may be of thousands of components.
+[[nodiscard]] std::size_t Indentation(std::size_t depth);
 
 /// `text` behind `depth` steps of indentation.
 [[nodiscard]] std::string Indented(std::size_t depth, const std::string& text);

@@ -13,7 +13,7 @@ using zfslib::Zpool;
 
 void AddProperties(Table& table, const std::vector<PropertyEntry>& properties) {
     for (const PropertyEntry& property : properties) {
-        std::string value = property.bytes ? FormatSize(*property.bytes) : property.text;
+        std::string value = property.text;
         if (value.empty())
             value = "-";
         std::string source = property.source;
@@ -145,7 +145,7 @@ private:
         AddProperties(table, properties.user);
         AddProperties(table, properties.quotas);
         // Deeper than the children, so that properties are not taken for them.
-        table.Print(out, indentStep * (entry.depth + 2));
+        table.Print(out, Indentation(entry.depth) + 2 * indentStep);
     }
 };
 

@@ -10,7 +10,6 @@
 #include "logging/logging.h"
 #include "util/str.h"
 
-#include <algorithm>
 #include <exception>
 #include <fcntl.h>
 #include <iostream>
@@ -73,22 +72,13 @@ Report GatherUnlessInterrupted(const Options& options) {
 
 void PrintWarnings(const Report& report) {
     if (const auto* datasets = std::get_if<DatasetsReport>(&report))
-        for (const std::string& warning : datasets->warnings)
+        for (const std::string& warning : datasets->warningLines)
             PrintWarning(warning);
 }
 
 void FlushOutput() {
     if (!std::cout.flush())
         throw std::runtime_error("cannot write to standard output");
-}
-
-/// A path that could not be told is a failure, but only after all of them were answered.
-void CheckLocations(const LocateReport& report) {
-    const auto count = std::count_if(report.paths.begin(), report.paths.end(),
-                                     [](const LocatedPath& path) { return path.dataset.empty(); });
-    if (count != 0)
-        throw std::runtime_error(
-            util::str_format("%1 of %2 paths not found on ZFS", count, report.paths.size()));
 }
 
 int Run(int argc, const char* const* argv) {
@@ -111,9 +101,11 @@ int Run(int argc, const char* const* argv) {
     else
         PrintText(std::cout, report);
     FlushOutput();
-    if (const auto* locations = std::get_if<LocateReport>(&report))
-        CheckLocations(*locations);
-    return 0;
+    const std::string missing = Incompleteness(report);
+    if (missing.empty())
+        return 0;
+    PrintError(missing);
+    return 1;
 }
 
 } // namespace

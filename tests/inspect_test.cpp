@@ -9,8 +9,10 @@
 #include "inspect/Operands.h"
 #include "inspect/Progress.h"
 #include "inspect/Size.h"
+#include "inspect/Table.h"
 #include "inspect/ToolWarnings.h"
 #include "posix/CSimpleCmdExec.h"
+#include "util/str.h"
 
 #include <csignal>
 #include <fstream>
@@ -180,7 +182,8 @@ TEST(Inspect, ShowsWhatARestoreHasToSetAgain) {
                                    "t/d devices on inherited from t/d\nt/d mounted yes -\n"
                                    "t/d utf8only off -\nt/d encryption aes-256-gcm -\n"
                                    "t/d readonly on temporary\nt/d copies 2 unheard-of\n"
-                                   "t/d volsize auto local\n"
+                                   "t/d volsize auto local\nt/d keysource none -\n"
+                                   "t/d defaultuserquota 25G -\nt/d normalization formD -\n"
                                    "t/d refreservation 1.5K local\nt/d canmount maybe local\n"
                                    "t/d z:own 1 local\nt/d a:outer 2 inherited from t\n");
     host.Record("zfs get all t/d@s", "H\nt/d@s volsize 1G local\nt/d@s z:own 3 local\n"
@@ -190,39 +193,44 @@ TEST(Inspect, ShowsWhatARestoreHasToSetAgain) {
     const Outcome outcome = Replay(host.Path(), {"datasets", "t/d", "--changed"});
     EXPECT_EQ(R"(NAME    TYPE        USED  AVAIL
 t/d     filesystem    1K     1K
-        encryption      aes-256-gcm  -                 (not understood)
-        canmount        maybe        local             (not understood)
-        volsize         auto         local
-        refreservation  1.50K        local
-        atime           on           local
-        copies          2            unheard-of
-        exec            on           received
-        setuid          on           inherited from t
-        a:outer         2            inherited from t
-        z:own           1            local
-        userquota@7     5M
+        encryption        aes-256-gcm  -                 (not understood)
+        canmount          maybe        local             (not understood)
+        volsize           auto         local
+        refreservation    1.50K        local
+        atime             on           local
+        copies            2            unheard-of
+        exec              on           received
+        defaultuserquota  25G          -
+        setuid            on           inherited from t
+        normalization     formD        -
+        a:outer           2            inherited from t
+        z:own             1            local
+        userquota@7       5M
     @s  snapshot       0      -
             z:own  3  local
 )",
               outcome.out);
     EXPECT_EQ("zfsinspect: warning: Failed to read ZFS group quota for [t/d]. This property will "
-              "not be restored.\n",
+              "not be restored. Cause: The recording [" +
+                  host.Path() +
+                  "] has no answer to the command [/usr/bin/env -i zfs groupspace t/d].\n",
               outcome.err);
 
     const auto json = ReplayJson(host.Path(), {"datasets", "t/d", "--properties"});
     EXPECT_EQ(1, json.at("warnings").size());
     const auto& dataset = json.at("datasets").at(0);
-    EXPECT_EQ(
-        "encryption utf8only canmount volsize mounted refreservation atime copies devices exec "
-        "readonly setuid xattr",
-        Join(dataset.at("properties"), "name"));
+    EXPECT_EQ("encryption keysource utf8only canmount volsize mounted refreservation atime copies "
+              "devices "
+              "exec defaultuserquota readonly setuid xattr normalization",
+              Join(dataset.at("properties"), "name"));
     EXPECT_EQ(
         R"({"failed":true,"inheritedFrom":null,"name":"canmount","source":"local","value":"maybe"})",
-        dataset.at("properties").at(2).dump());
+        dataset.at("properties").at(3).dump());
     for (const auto& property : dataset.at("properties")) // "auto" is no number
         EXPECT_EQ(property.at("name") == "refreservation", property.contains("bytes"));
-    EXPECT_EQ(1536, dataset.at("properties").at(5).at("bytes"));
-    EXPECT_EQ("t/d", dataset.at("properties").at(8).at("inheritedFrom"));
+    EXPECT_EQ(1536, dataset.at("properties").at(6).at("bytes"));
+    EXPECT_EQ("1.50K", dataset.at("properties").at(6).at("value"));
+    EXPECT_EQ("t/d", dataset.at("properties").at(9).at("inheritedFrom"));
     EXPECT_EQ(R"([{"name":"userquota@7","value":"5M"}])", dataset.at("quotas").dump());
 }
 
@@ -261,7 +269,10 @@ TEST(Inspect, FailsWithOneLineAndRunsNothingAfterAUsageError) {
         std::string reason;
     } rows[] = {
         {{}, 2, "a command is missing"},
-        {{"pool"}, 2, "[pool] is no command"},
+        {{"pool"}, 2, "[pool] is no command or option; did you mean \"pools\"?"},
+        {{"imp"}, 2, "did you mean \"importable\"?"},
+        {{"dtaset"}, 2, "did you mean \"datasets\"?"},
+        {{"--json", "destroy"}, 2, "[destroy] is no command or option (see"},
         {{"pools", "--propertys"}, 2, "--propertys"},
         {{"pools", "a b"}, 2, "white space"},
         {{"pools", "[tank]"}, 2, "brackets"},
@@ -299,10 +310,11 @@ TEST(Inspect, SendsNothingFromOutsideRaw) {
                              "2J\xe2\x80\xae";
     host.Record(list + "filesystem t", "t\t1K\t1K\t0\n" + name + "\t1K\t1K\t0\n");
     host.Record("zfs get all t", "H\n");
+    host.Record("zfs userspace t", "TYPE \n");
     host.Record("zfs get all " + name, "H\nn \x1b:p \x1b[31mred local\n");
     for (const char* option : {"--verbose", "--json", "--flat"}) {
         const Outcome outcome =
-            Replay(host.Path(), {"datasets", "t", "--changed", option, "--type", "filesystem"});
+            Replay(host.Path(), {"datasets", "t", "--changed", option, "--type", "fs"});
         EXPECT_EQ(0, outcome.status) << outcome.err;
         const std::string all = outcome.out + outcome.err;
         EXPECT_EQ(std::string::npos, all.find_first_of("\x1b\x07\x9b\xe2")) << option << all;
@@ -463,7 +475,12 @@ TEST(InspectParts, EscapeAndFold) {
         {"\xc2\x9b\xc2\xa0", "\\xc2\\x9b\xc2\xa0"},
         {"\xe2\x80\xaa\xe2\x80\xae", R"(\xe2\x80\xaa\xe2\x80\xae)"},
         {"\xe2\x81\xa6\xe2\x81\xa9", R"(\xe2\x81\xa6\xe2\x81\xa9)"},
-        {"\xe2\x80\xaf\xe2\x81\xa5", "\xe2\x80\xaf\xe2\x81\xa5"},
+        {"\xc2\x9f\xd8\x9c", R"(\xc2\x9f\xd8\x9c)"},
+        {"\xe2\x80\x8a\xe2\x80\x8e\xe2\x80\x8f\xe2\x80\x90",
+         "\u200a\\xe2\\x80\\x8e\\xe2\\x80\\x8f\u2010"},
+        {"\u2027\xe2\x80\xa8\xe2\x80\xa9\u202f", "\u2027\\xe2\\x80\\xa8\\xe2\\x80\\xa9\u202f"},
+        {"a\xef\xb8\x8f\xef\xbb\xbf", R"(a\xef\xb8\x8f\xef\xbb\xbf)"},
+        {"\xf3\xa0\x80\x81\xf3\xa0\x87\xaf", R"(\xf3\xa0\x80\x81\xf3\xa0\x87\xaf)"},
         {"\xc0\xaf", R"(\xc0\xaf)"},
         {"\xe0\x9f\xbf", R"(\xe0\x9f\xbf)"},
         {"\xed\xa0\x80", R"(\xed\xa0\x80)"},
@@ -480,6 +497,69 @@ TEST(InspectParts, EscapeAndFold) {
     EXPECT_EQ("a: b c", Fold("\na:\r\n\n b \nc\n"));
     const std::string cut = Fold(std::string(5000, 'h') + std::string(500, 't'));
     EXPECT_EQ(std::string(1500, 'h') + " ... " + std::string(500, 't'), cut);
+}
+
+TEST(InspectParts, TablesGrowWithTheirTextOnly) {
+    Table table({1});
+    table.Add({"short", "1"});
+    table.Add({std::string(5000, 'n'), "23"});
+    EXPECT_EQ("short" + std::string(115, ' ') + "   1", table.Line(0));
+    EXPECT_EQ(std::string(5000, 'n') + "  23", table.Line(1));
+    EXPECT_EQ(8, Indentation(2));
+    EXPECT_EQ(200, Indented(8000, "n").find('n'));
+}
+
+TEST(InspectParts, WarningsOfOneKindAreOneLine) {
+    using Kind = CCommandFailure::Kind;
+    Options options;
+    options.command = Command::Datasets;
+    options.properties = PropertyChoice::Read;
+    options.operands = {"t"};
+    options.types = {zfslib::ZfsDataset::filesystem};
+    Kind kind = Kind::ExitStatus;
+    zfslib::Executors::SetProcessExecutor([&kind](const std::string& command) -> std::string {
+        if (command.find("groupspace") != std::string::npos)
+            return "TYPE \n";
+        throw CCommandFailure(command, kind, 1, "cannot read " + util::split(command).back(), "");
+    });
+    const auto host = [](const std::string& command) -> std::string {
+        return command.find(" list ") == std::string::npos ? "H\n"
+                                                           : "t 1 1 1\nt/a 1 1 1\nt/b 1 1 1\n";
+    };
+    const Report report = Gather(options, host);
+    const auto& datasets = std::get<DatasetsReport>(report);
+    EXPECT_EQ(3, datasets.warnings.size());
+    EXPECT_THAT(datasets.warningCauses, testing::Contains(testing::EndsWith("cannot read t/b")));
+    EXPECT_THAT(
+        datasets.warningLines,
+        testing::ElementsAre("Failed to read ZFS user quota for [t]. This property will not be "
+                             "restored. Cause: Command [/usr/bin/env -i zfs userspace t] failed: "
+                             "exit status 1: cannot read t (the first of 3 alike)"));
+    EXPECT_EQ("", Incompleteness(report));
+    kind = Kind::TimeOut;
+    EXPECT_NE("", Incompleteness(Gather(options, host)));
+    zfslib::Executors::SetProcessExecutor(&zfslib::Executors::ChildProcessExecute);
+}
+
+TEST(InspectParts, DocumentsListWhatOnlyACreationSets) {
+    std::vector<std::string> names = {"normalization"};
+    const zfslib::ZfsProperties properties;
+    zfslib::ZfsProperties::ForEach(properties, [&names](const auto& property) {
+        if (zfslib::ZfsProperties::IsSetAtCreation(property.GetName()))
+            names.push_back(property.GetName());
+    });
+    ASSERT_EQ(7, names.size());
+    std::sort(names.begin(), names.end());
+    std::string listed;
+    for (const std::string& name : names)
+        listed += (listed.empty() ? "" : ", ") + name;
+    for (const char* document : {"docs/json.md", "docs/host-guide.md", "inspect/zfsinspect.1"}) {
+        std::ifstream file(std::string(ZFSLIB_SOURCE) + "/" + document);
+        std::string text;
+        for (std::string word; file >> word; text += word + " ")
+            word.erase(std::remove(word.begin(), word.end(), '`'), word.end());
+        EXPECT_THAT(text, HasSubstr(listed)) << document;
+    }
 }
 
 TEST(InspectParts, FormatSizesLikeTheTools) {

@@ -285,3 +285,10 @@ TEST(PoolImport, ImportsByIdentifier) {
     ImportZfsPool({"tank", "4711"}, "newtank", "/a", fake);
     EXPECT_THAT(fake.Commands(), ElementsAre(plain, full));
 }
+
+TEST(PoolImport, TakesNoOperandThatAShellActsUpon) {
+    for (const char* good : {"9035714406219357228", "tank", "/mnt/a.b", "t/d@2026-11-20_1:2"})
+        EXPECT_TRUE(IsSafeOperand(good)) << good;
+    for (const char* bad : {"", "-f", "1;reboot", "1 2", "$(x)", "1\n", "1\xc3\xa9", "a|b", "`a`"})
+        EXPECT_FALSE(IsSafeOperand(bad)) << bad;
+}

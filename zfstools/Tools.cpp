@@ -100,6 +100,12 @@ Zpool GetAssociatedZpool(const std::string& path) {
     throw std::runtime_error("Cannot find a zpool for [" + path + "].");
 }
 
+bool IsSafeOperand(const std::string& text) noexcept {
+    return !text.empty() && text.front() != '-' &&
+           text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                  "_-.:/@") == std::string::npos;
+}
+
 std::vector<Pool4Import> EnumerateZpool4Import(CommandExecutor executor) {
     const std::string output = ExecutePoolCommandLogged(executor, "/usr/bin/env -i zpool import");
     std::vector<Pool4Import> pools;

@@ -30,11 +30,18 @@ ZFSLIB_EXPORT std::string GetDatasetForPath(const std::string& path);
 /// a ZFS file system, or no pool holds it.
 ZFSLIB_EXPORT Zpool GetAssociatedZpool(const std::string& path);
 
-/// A pool that could be imported.
+/// A pool that could be imported. Both texts come from the labels of its disks, so whoever wrote
+/// those chose them: they hold what they hold, and IsSafeOperand says whether one may be passed on.
 struct Pool4Import {
     std::string name; ///< as `zpool import` prints it
     std::string id;   ///< the numeric identifier, as `zpool import` prints it
 };
+
+/// Whether a name, an identifier or a directory from outside may stand in a command line: letters,
+/// digits and "_", "-", ".", ":", "/", "@", without a "-" at the front, and at least one. Nothing
+/// of it is a blank, an option, or has a meaning to a shell. To be asked before a text that
+/// somebody else wrote is passed on, be it to ImportZfsPool or to any other operation.
+[[nodiscard]] ZFSLIB_EXPORT bool IsSafeOperand(const std::string& text) noexcept;
 
 /// The pools that could be imported, in the order of `zpool import`. An entry that cannot be read
 /// is left out, with a line in the log (debug). Errors: what the executor throws.
@@ -44,7 +51,8 @@ ZFSLIB_EXPORT std::vector<Pool4Import> EnumerateZpool4Import(CommandExecutor exe
 /// non-empty `newName` renames it; a non-empty `altRoot` becomes its alternate root. The command
 /// line ends in "2>&1", so the executor must hand it to a shell (the zpool executor does), and all
 /// four texts reach that shell unquoted: the caller must see that they are single words without
-/// shell characters. Errors: what the executor throws; its output is not looked at.
+/// shell characters, those of `pool` too (IsSafeOperand). Errors: what the executor throws; its
+/// output is not looked at.
 ZFSLIB_EXPORT void ImportZfsPool(const Pool4Import& pool, const std::string& newName,
                                  const std::string& altRoot, CommandExecutor executor);
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -286,6 +287,14 @@ const ZfsProperties& ZfsProperties::Defaults() {
         return set;
     }());
     return *defaults;
+}
+
+bool ZfsProperties::IsSetAtCreation(const std::string& name) {
+    static constexpr std::string_view names[] = {
+        "casesensitivity", "encryption", "keysource",    "multilevel",
+        "normalization",   "utf8only",   "volblocksize",
+    };
+    return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
 
 void ZfsProperties::SetSilent(const AuxPropValues& rows) {

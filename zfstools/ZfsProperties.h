@@ -157,6 +157,11 @@ public:
     /// Errors: as Property::Set.
     void SetSilent(const AuxPropValues& rows);
 
+    /// Whether a property is given to a dataset when it is created, and cannot be set afterwards:
+    /// casesensitivity, encryption, keysource, multilevel, normalization, utf8only, volblocksize.
+    /// The tools print "-" for the source of most of them, whether somebody chose the value or not.
+    [[nodiscard]] static bool IsSetAtCreation(const std::string& name);
+
     /// Calls `visit(property)` for every member but the lists, in their order.
     template <typename Self, typename Visit>
     static void ForEach(Self& self, Visit&& visit);
