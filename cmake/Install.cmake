@@ -64,4 +64,8 @@ if(TARGET zfsinspect)
     set_target_properties(zfsinspect PROPERTIES INSTALL_RPATH "$ORIGIN/${ZFSLIB_LIB_FROM_BIN}")
     install(TARGETS zfsinspect RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES ${PROJECT_SOURCE_DIR}/inspect/zfsinspect.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    install(FILES ${PROJECT_BINARY_DIR}/inspect/completion/zfsinspect.bash RENAME zfsinspect
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES ${PROJECT_BINARY_DIR}/inspect/completion/_zfsinspect
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
 endif()

@@ -254,6 +254,7 @@ TEST(Inspect, AnswersTheSmallQuestions) {
         EXPECT_EQ(row.out, outcome.out) << row.arguments[0];
         EXPECT_EQ(row.status, outcome.status) << row.arguments[0];
     }
+    EXPECT_THAT(Inspect({"pools", "--help"}).out, HasSubstr("every command (zfsinspect --help)"));
     EXPECT_EQ(R"({"device":"pseudo@zfs","found":false,"volume":"tank/gone"})",
               ReplayJson("solaris-host", {"volume", "tank/gone"}).dump());
     EXPECT_EQ(R"({"paths":[{"dataset":null,"error":null,"path":"/tmp","pool":null}]})",
