@@ -277,7 +277,7 @@ Property<bool> ZfsProperties::BuildMountedProperty() {
 ZfsProperties::ZfsProperties() : ZfsProperties(Defaults()) {}
 
 ZfsProperties& ZfsProperties::operator=(ZfsProperties&& other) noexcept {
-    return Replace(*this, std::move(other));
+    return Replace(*this, other);
 }
 
 const ZfsProperties& ZfsProperties::Defaults() {

@@ -149,7 +149,7 @@ void Zpool::Properties::SetScrubInterval(const std::string& pool,
 }
 
 Zpool& Zpool::operator=(Zpool&& other) noexcept {
-    return Replace(*this, std::move(other));
+    return Replace(*this, other);
 }
 
 std::uint64_t Zpool::GetMaxSize() const {
