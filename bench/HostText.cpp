@@ -130,4 +130,134 @@ std::string StatusOutput(std::size_t disks) {
     return output + "\nerrors: No known data errors\n";
 }
 
+namespace {
+
+struct StateRow {
+    std::string_view property;
+    std::string_view value;
+    std::string_view source;
+};
+
+/// Those of a file system of OpenZFS 2.3.9, but for the rarest, with user properties.
+constexpr StateRow stateRows[] = {
+    {"type", "filesystem", "-"},
+    {"creation", "1795424006", "-"},
+    {"used", "112128", "-"},
+    {"available", "58608128", "-"},
+    {"referenced", "24576", "-"},
+    {"compressratio", "1.00", "-"},
+    {"mounted", "yes", "-"},
+    {"quota", "268435456000", "local"},
+    {"reservation", "0", "default"},
+    {"recordsize", "131072", "default"},
+    {"mountpoint", "/export/projects", "local"},
+    {"sharenfs", "off", "default"},
+    {"checksum", "on", "default"},
+    {"compression", "lz4", "inherited from tank"},
+    {"atime", "off", "inherited from tank"},
+    {"devices", "on", "default"},
+    {"exec", "on", "default"},
+    {"setuid", "on", "default"},
+    {"readonly", "off", "default"},
+    {"zoned", "off", "default"},
+    {"snapdir", "hidden", "default"},
+    {"aclmode", "discard", "default"},
+    {"aclinherit", "restricted", "default"},
+    {"createtxg", "1", "-"},
+    {"canmount", "on", "default"},
+    {"xattr", "on", "default"},
+    {"copies", "1", "default"},
+    {"version", "5", "-"},
+    {"utf8only", "off", "-"},
+    {"normalization", "none", "-"},
+    {"casesensitivity", "sensitive", "-"},
+    {"sharesmb", "off", "default"},
+    {"refquota", "0", "default"},
+    {"refreservation", "0", "default"},
+    {"guid", "13884900669636853076", "-"},
+    {"primarycache", "all", "default"},
+    {"secondarycache", "all", "default"},
+    {"usedbysnapshots", "0", "-"},
+    {"usedbydataset", "24576", "-"},
+    {"usedbychildren", "87552", "-"},
+    {"usedbyrefreservation", "0", "-"},
+    {"logbias", "latency", "default"},
+    {"objsetid", "54", "-"},
+    {"dedup", "off", "default"},
+    {"sync", "standard", "default"},
+    {"dnodesize", "legacy", "default"},
+    {"refcompressratio", "1.00", "-"},
+    {"written", "24576", "-"},
+    {"logicalused", "41472", "-"},
+    {"logicalreferenced", "12288", "-"},
+    {"filesystem_limit", "none", "default"},
+    {"snapshot_limit", "none", "default"},
+    {"acltype", "off", "default"},
+    {"relatime", "on", "default"},
+    {"redundant_metadata", "all", "default"},
+    {"overlay", "on", "default"},
+    {"encryption", "off", "default"},
+    {"keylocation", "none", "default"},
+    {"keyformat", "none", "default"},
+    {"pbkdf2iters", "0", "default"},
+    {"special_small_blocks", "0", "default"},
+    {"prefetch", "all", "default"},
+    {"direct", "standard", "default"},
+    {"com.example:backup", "daily", "local"},
+    {"com.example:owner", "team storage", "local"},
+    {"com.example:policy", "gold", "inherited from tank"},
+};
+
+constexpr std::string_view usage = "usage:\n\n\tget [-rHp] [-t type[,...]]\n";
+constexpr std::string_view table = "\tPROPERTY  EDIT  INHERIT  VALUES\n\tquota YES NO <size>\n"
+                                   "\tprojectquota@... YES NO <size>\n";
+constexpr std::string_view status = "config:\n\n\tNAME   STATE\n\ttank   ONLINE\n"
+                                    "\t  sda  ONLINE\n";
+
+bool Has(const std::string& command, std::string_view text) {
+    return command.find(text) != std::string::npos;
+}
+
+} // namespace
+
+StateHost::StateHost(std::size_t datasets) {
+    const auto add = [this](const std::string& name) {
+        for (const StateRow& row : stateRows) {
+            const std::string_view source =
+                name == "tank" && row.source[0] == 'i' ? std::string_view("local") : row.source;
+            skeleton.append(name).append("\t").append(row.property).append("\t");
+            skeleton.append(source).append("\n");
+            values.append(name).append("\t").append(row.property).append("\t");
+            values.append(row.value).append("\t-\t").append(source).append("\n");
+        }
+    };
+    add("tank");
+    for (std::size_t i = 1; i < datasets; ++i)
+        add("tank/export/project-" + std::to_string(100000 + i));
+}
+
+std::string StateHost::Answer(const std::string& command) const {
+    if (Has(command, "-t filesystem,volume -o name,property,source"))
+        return skeleton;
+    if (Has(command, "-t filesystem,volume -o name,property,value"))
+        return values;
+    if (Has(command, "userspace"))
+        return "POSIX Group\t0\t0\nPOSIX User\t0\t0\n";
+    if (Has(command, " allow ") || Has(command, " -t snapshot") || Has(command, "projectspace"))
+        return {};
+    if (Has(command, "uname"))
+        return "Linux host 6.1\n";
+    if (Has(command, "date"))
+        return "2026-11-23T08:55:07Z\n";
+    if (Has(command, "get 2>&1"))
+        return std::string(table);
+    if (Has(command, "2>&1"))
+        return std::string(usage);
+    if (Has(command, "zpool status"))
+        return std::string(status);
+    if (Has(command, "zpool get"))
+        return Has(command, "value") ? "tank\thealth\tONLINE\t-\n" : "tank\thealth\t-\n";
+    return {};
+}
+
 } // namespace bench

@@ -19,4 +19,15 @@ std::string GetOutput(const std::vector<std::string>& names);
 /// `zpool status` of a pool with so many disks, in groups of eight.
 std::string StatusOutput(std::size_t disks);
 
+/// What a state is read from: file systems below "tank", 66 rows each.
+struct StateHost {
+    explicit StateHost(std::size_t datasets);
+
+    std::string skeleton; ///< `zfs get -o name,property,source all`
+    std::string values;   ///< the same with values and received values
+
+    /// To the reader's command lines; nobody has a quota or a permission.
+    [[nodiscard]] std::string Answer(const std::string& command) const;
+};
+
 } // namespace bench

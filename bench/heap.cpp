@@ -2,8 +2,10 @@
 
 #include "HostText.h"
 #include "executors/ReplayingExecutor.h"
+#include "restore/HostStateReader.h"
 #include "zfstools/ZfsDatasetEnumerator.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +18,7 @@ namespace {
 
 std::size_t liveBytes = 0; // as requested, without what the allocator adds
 std::size_t liveBlocks = 0;
+std::size_t mostBytes = 0; // that were live at once
 
 // In front of each block stands its size.
 constexpr std::size_t headerSize = alignof(std::max_align_t);
@@ -28,6 +31,7 @@ void* operator new(std::size_t size) {
         throw std::bad_alloc();
     *static_cast<std::size_t*>(block) = size;
     liveBytes += size;
+    mostBytes = std::max(mostBytes, liveBytes);
     ++liveBlocks;
     return static_cast<char*>(block) + headerSize;
 }
@@ -77,6 +81,28 @@ void Print(const char* what, std::vector<ZfsDataset> (*enumerate)()) {
                 (liveBlocks - blocksBefore) / count);
 }
 
+/// The texts count from when the executor hands them over.
+void PrintState() {
+    constexpr std::size_t count = 100000;
+    const bench::StateHost host(count);
+    const std::size_t before = liveBytes;
+    mostBytes = before;
+    std::size_t textBytes = 0;
+    const restore::HostState state =
+        restore::ReadHostState({"tank"}, [&](const std::string& command) {
+            std::string answer = host.Answer(command);
+            textBytes += answer.size();
+            return answer;
+        });
+    const auto share = [textBytes](std::size_t bytes) {
+        return static_cast<double>(bytes) / static_cast<double>(textBytes);
+    };
+    std::printf(
+        "\n| a state's heap / the text it was read from, %zu datasets | ratio | to reach |\n"
+        "| --- | --- | --- |\n| kept | %.2f | |\n| at most, while it is read | %.2f | 1.50 |\n",
+        state.datasets.size(), share(liveBytes - before), share(mostBytes - before));
+}
+
 } // namespace
 
 int main() {
@@ -86,4 +112,5 @@ int main() {
                 "heap per dataset");
     Print("recordings/mirror-host.rec, tank", EnumerateRecordedHost);
     Print("an invented host, 65 rows each", EnumerateInventedHost);
+    PrintState();
 }

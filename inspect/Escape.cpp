@@ -131,6 +131,16 @@ std::string Escape(std::string_view text) {
     return escaped;
 }
 
+bool IsUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const std::optional<Character> character = Decode(text);
+        if (!character)
+            return false;
+        text.remove_prefix(character->length);
+    }
+    return true;
+}
+
 std::string Fold(std::string_view message) {
     constexpr std::size_t headSize = 1500;
     constexpr std::size_t tailSize = 500;

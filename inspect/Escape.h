@@ -11,6 +11,9 @@ namespace inspect {
 /// can be told back.
 [[nodiscard]] std::string Escape(std::string_view text);
 
+/// Whether the text is UTF-8 throughout.
+[[nodiscard]] bool IsUtf8(std::string_view text);
+
 /// A message on one line and of bearable length: line breaks become blanks, and of a long message
 /// the middle is left out. Not escaped.
 [[nodiscard]] std::string Fold(std::string_view message);

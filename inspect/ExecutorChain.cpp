@@ -44,6 +44,8 @@ CommandExecutor OtherHost(const Options& options, StandardError standardError) {
 }
 
 CommandExecutor ThisHost(const Options& options, StandardError standardError) {
+    if (options.command == Command::State) // its lines quote the names in them for a shell
+        return zfslib::Executors::TimedShellExecutor(options.timeoutSeconds);
     return zfslib::Executors::ChildExecutor({options.timeoutSeconds, std::move(standardError)});
 }
 

@@ -5,6 +5,7 @@
 #include "inspect/Size.h"
 #include "logging/logging.h"
 #include "posix/CSimpleCmdExec.h"
+#include "restore/HostStateReader.h"
 #include "util/str.h"
 #include "zfstools/Tools.h"
 #include "zfstools/ZfsDatasetEnumerator.h"
@@ -428,6 +429,9 @@ Report Gather(const Options& options, const CommandExecutor& executor) {
         return GatherLocations(options);
     case Command::Importable:
         return ImportableReport{zfslib::EnumerateZpool4Import(executor)};
+    case Command::State:
+        return StateReport{zfslib::restore::ReadHostState(options.operands, executor),
+                           options.withAll};
     }
     throw std::logic_error("a command without a meaning");
 }

@@ -2,6 +2,7 @@
 
 #include "inspect/Gather.h"
 #include "inspect/Json.h"
+#include "inspect/StateJson.h"
 
 #include <string>
 #include <utility>
@@ -104,6 +105,7 @@ struct ToJson {
     Json operator()(const LocateReport& report) const {
         return {{"paths", Array(report.paths, LocatedPathJson)}};
     }
+    Json operator()(const StateReport& report) const { return StateJson(report); }
     Json operator()(const ImportableReport& report) const {
         return {{"importable", Array(report.pools, [](const zfslib::Pool4Import& pool) {
                      return Json{{"name", pool.name}, {"id", pool.id}};

@@ -15,6 +15,8 @@ namespace inspect {
 
 /// A host that ssh is to reach: no option, and one word.
 [[nodiscard]] std::string RefusedHost(const std::string& host);
+/// The root of a state: a dataset's name without a snapshot, which may have blanks inside.
+[[nodiscard]] std::string RefusedRoot(const std::string& name);
 
 /// A path: absolute.
 [[nodiscard]] std::string RefusedPath(const std::string& path);

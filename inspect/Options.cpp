@@ -124,6 +124,10 @@ void AddCommands(CLI::App& app, CommandLine& line) {
                            "Show the dataset and the pool that hold each PATH"),
                 line, "PATH", "Absolute paths", RefusedPath)
         ->required();
+    CLI::App* state = AddCommand(app, line, Command::State, "state",
+                                 "Show the exact state of all below ROOT: what a restore needs");
+    AddOperands(state, line, "ROOT", "Pools or datasets", RefusedRoot)->required();
+    state->add_flag("--all", line.options.withAll, "Show every property, not only what was set");
     AddCommand(app, line, Command::Importable, "importable", "List the pools that can be imported");
 }
 

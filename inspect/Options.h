@@ -10,7 +10,7 @@
 
 namespace inspect {
 
-enum class Command { Pools, Tools, Datasets, Volume, Locate, Importable };
+enum class Command { Pools, Tools, Datasets, Volume, Locate, Importable, State };
 
 /// Which properties are asked for.
 enum class PropertyChoice { None, Read, Changed };
@@ -27,10 +27,11 @@ struct Options {
     bool verbose = false;
 
     Command command = Command::Pools;
-    /// Pools, one root, one volume or paths, as the command takes them.
+    /// Pools, roots, one volume or paths, as the command takes them.
     std::vector<std::string> operands;
     PropertyChoice properties = PropertyChoice::None;
     bool flat = false;
+    bool withAll = false; ///< of a state, not only what was set
     /// The types of datasets that are asked for, without repetition.
     std::vector<zfslib::ZfsDataset::Type> types = {
         zfslib::ZfsDataset::filesystem, zfslib::ZfsDataset::snapshot, zfslib::ZfsDataset::volume};

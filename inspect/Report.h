@@ -1,5 +1,6 @@
 #pragma once
 
+#include "inspect/StateReport.h"
 #include "zfstools/Tools.h"
 #include "zfstools/ZfsDataset.h"
 #include "zfstools/Zpool.h"
@@ -108,6 +109,6 @@ struct ImportableReport {
 };
 
 using Report = std::variant<PoolsReport, ToolsReport, DatasetsReport, VolumeReport, LocateReport,
-                            ImportableReport>;
+                            ImportableReport, StateReport>;
 
 } // namespace inspect

@@ -2,6 +2,7 @@
 
 #include "inspect/Escape.h"
 #include "inspect/Size.h"
+#include "inspect/StateText.h"
 #include "inspect/Table.h"
 
 #include <variant>
@@ -127,6 +128,8 @@ struct TextPrinter {
         }
         table.Print(out, 0);
     }
+
+    void operator()(const StateReport& report) const { PrintStateText(out, report); }
 
     void operator()(const ImportableReport& report) const {
         if (report.pools.empty())

@@ -65,7 +65,7 @@ public:
     /// What a stream brought, whether it counts or another value covers it: the RECEIVED column.
     /// Absent where nothing was received, or where the tool has no such column
     /// (ToolsState::hasReceived). A received "-" that a local value covers cannot be told from
-    /// none.
+    /// none. A received mount point begins with the altroot, too.
     [[nodiscard]] std::optional<std::string_view> Received() const noexcept {
         if (receivedSize_ == noReceived)
             return std::nullopt;
@@ -167,7 +167,16 @@ struct Device {
         Other,     ///< what is left of a removed device, or a word that is not known
     };
     /// What the pool uses a top-level device for.
-    enum class Use { Normal, Special, Dedup, Log, Cache, Spare };
+    enum class Use {
+        Normal,
+        Special,
+        Dedup,
+        Log,
+        Meta, ///< Solaris
+        Cache,
+        Spare,
+        Other, ///< the head of its section is not known
+    };
 
     Kind kind = Kind::Disk;
     Use use = Use::Normal; ///< of a device inside a group: that of its group

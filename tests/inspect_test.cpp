@@ -234,6 +234,33 @@ t/d     filesystem    1K     1K
     EXPECT_EQ(R"([{"name":"userquota@7","value":"5M"}])", dataset.at("quotas").dump());
 }
 
+TEST(Inspect, ShowsAStateWithoutLossAsJson) {
+    const auto state = ReplayJson("nasty-state", {"state", "tank", "my pool"});
+    EXPECT_EQ(state["roots"], (nlohmann::json{"tank", "my pool"}));
+    const auto& pools = state["pools"];
+    EXPECT_EQ(pools[0]["altroot"], "/alt");
+    EXPECT_EQ(pools[1]["devices"][1]["ashift"], 13);
+    const auto find = [](const nlohmann::json& list, const std::string& name) {
+        return *std::find_if(list.begin(), list.end(),
+                             [&](const auto& item) { return item["name"] == name; });
+    };
+    const auto a = find(state["datasets"], "tank/a");
+    EXPECT_EQ(find(a["properties"], "u:bytes")["value"],
+              (nlohmann::json{{"base64", "//4BgMOp8J+YgA=="}}));
+    EXPECT_EQ(find(a["properties"], "mountpoint")["value"], "/x\ntank/b\tquota\t1\t-\tlocal");
+    const auto got = find(state["datasets"], "my pool/recv")["properties"];
+    EXPECT_EQ(find(got, "u:nl")["value"], "mine");
+    EXPECT_EQ(find(got, "u:nl")["received"], "trailing\n");
+    EXPECT_EQ(find(got, "mountpoint")["source"], "default");
+    EXPECT_EQ(find(got, "mountpoint")["received"], "/alt/x\ntank/b\tquota\t1\t-\tlocal");
+    EXPECT_EQ(find(state["datasets"], "tank/b")["quotas"][1],
+              (nlohmann::json{{"name", "userquota@1000"}, {"limit", 12345678}}));
+    const auto all = ReplayJson("nasty-state", {"state", "tank", "my pool", "--all"});
+    const auto vol = find(all["datasets"], "tank/vol")["properties"];
+    EXPECT_EQ(find(vol, "u:top")["value"], "for\tall\nbelow");
+    EXPECT_EQ(find(vol, "u:top")["inheritedFrom"], "tank");
+}
+
 TEST(Inspect, AnswersTheSmallQuestions) {
     const std::string located = "/export/home/x  dataset rpool/export/home  pool rpool\n"
                                 "/tmp            not on ZFS\n";

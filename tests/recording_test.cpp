@@ -171,6 +171,8 @@ TEST(Recordings, EveryOneIsCanonicalAndEnumerates) {
         const std::string text = TextOf(entry.path());
         EXPECT_EQ(text.substr(text.find("\n$ ") + 1), written);
 
+        if (util::str_is_finishes_with(entry.path().stem().string(), "-state"))
+            continue; // a state was recorded, which is read by others
         const CommandExecutor executor = Replayer(entry.path()).Executor();
         const InstalledExecutor installed(executor);
         std::string& pools = found[entry.path().stem()];
