@@ -53,27 +53,26 @@ std::optional<std::uint64_t> NumberOrNull(const Json& json) {
     return json.is_null() ? std::nullopt : std::optional<std::uint64_t>(json);
 }
 
-/// The native properties that are told as on or off, and those that are told by a word of a table.
-template <typename Properties>
-void CollectNames(std::set<std::string>& flags, std::set<std::string>& all) {
-    const Properties fresh;
-    Properties::ForEach(fresh, [&](const auto& property) {
-        all.insert(property.GetName());
-        if constexpr (std::is_same_v<std::decay_t<decltype(property.GetValue())>, bool>)
-            flags.insert(property.GetName());
-    });
-}
-
+/// The properties that the library has members for, and those of them that are on or off.
 struct NativeNames {
-    std::set<std::string> flags;
     std::set<std::string> all;
-    template <typename Properties>
-    static NativeNames Of() {
-        NativeNames names;
-        CollectNames<Properties>(names.flags, names.all);
-        return names;
-    }
+    std::set<std::string> flags;
 };
+
+template <typename Properties>
+const NativeNames& NamesOf() {
+    static const NativeNames names = [] {
+        NativeNames collected;
+        const Properties fresh;
+        Properties::ForEach(fresh, [&](const auto& property) {
+            collected.all.insert(property.GetName());
+            if constexpr (std::is_same_v<std::decay_t<decltype(property.GetValue())>, bool>)
+                collected.flags.insert(property.GetName());
+        });
+        return collected;
+    }();
+    return names;
+}
 
 bool IsSize(const std::string& property) {
     static const std::set<std::string> names = {"quota",          "refquota",   "reservation",
@@ -218,7 +217,6 @@ private:
 
 void CompareDataset(Comparison& comparison, const std::string& name, const ToldDataset& told,
                     const TrueProperties& exact) {
-    static const NativeNames native = NativeNames::Of<ZfsProperties>();
     comparison.Text(name + " type", told.type, exact.at("type").value);
     comparison.Size(name + " used", told.used, exact.at("used").value);
     if (told.type != "snapshot") {
@@ -226,10 +224,10 @@ void CompareDataset(Comparison& comparison, const std::string& name, const ToldD
         comparison.Size(name + " usedByRefreservation", told.usedByRefreservation,
                         exact.at("usedbyrefreservation").value);
     }
-    comparison.Properties(name, told.properties, exact, native);
+    comparison.Properties(name, told.properties, exact, NamesOf<ZfsProperties>());
 }
 
-void CompareQuotas(Comparison& comparison, const std::string& dataset, const Told& told,
+void CompareQuotas(Comparison& comparison, const std::string& dataset, bool isJson,
                    const std::map<std::string, ToldProperty>& quotas,
                    const std::map<std::string, std::string>& exact) {
     for (const auto& [name, quota] : quotas)
@@ -243,24 +241,25 @@ void CompareQuotas(Comparison& comparison, const std::string& dataset, const Tol
             if (!found->second.source.empty())
                 comparison.LeftOut("the source of a quota is the column behind it");
         } else {
-            comparison.Text(what, told.isJson ? "0" : "nothing", bytes == "-" ? "0" : bytes);
+            comparison.Text(what, isJson ? "0" : "nothing", bytes == "-" ? "0" : bytes);
         }
     }
 }
 
-std::string Line(const Device& device) {
-    std::string line = device.name + " " + device.type + ":";
+void Append(std::map<std::string, std::string>& sections, const Device& device) {
+    std::string& text = sections[device.section];
+    text += device.name + " " + device.type + ":";
     for (const std::string& member : device.members)
-        line += " " + member;
-    return line;
+        text += " " + member;
+    text += "; ";
 }
 
 void CompareDevices(Comparison& comparison, const std::string& pool,
                     const std::vector<Device>& told, const std::vector<Device>& exact) {
-    std::map<std::string, std::vector<std::string>> toldLines;
+    std::map<std::string, std::string> toldSections;
+    std::map<std::string, std::string> trueSections;
     for (const Device& device : told)
-        toldLines[device.section].push_back(Line(device));
-    std::map<std::string, std::vector<std::string>> trueLines;
+        Append(toldSections, device);
     for (Device device : exact) {
         if (device.section == "special" || device.section == "dedup") {
             comparison.LeftOut("the sections special and dedup are not read");
@@ -270,29 +269,19 @@ void CompareDevices(Comparison& comparison, const std::string& pool,
             comparison.LeftOut("a file counts as a disk");
             device.type = "disk";
         }
-        trueLines[device.section].push_back(Line(device));
+        Append(trueSections, device);
     }
-    for (const auto* lines : {&toldLines, &trueLines})
-        for (const auto& entry : *lines) {
-            std::vector<std::string>& a = toldLines[entry.first];
-            std::vector<std::string>& b = trueLines[entry.first];
-            const std::size_t count = std::max(a.size(), b.size());
-            a.resize(count);
-            b.resize(count);
-        }
-    for (const auto& [section, lines] : trueLines)
-        for (std::size_t i = 0; i < lines.size(); ++i)
-            comparison.Text(pool + " " + section, toldLines[section][i], lines[i]);
+    for (const char* section : {"devices", "logs", "caches", "metas", "spares"})
+        comparison.Text(pool + " " + section, toldSections[section], trueSections[section]);
 }
 
 void ComparePool(Comparison& comparison, const std::string& name, const ToldPool& told,
                  const Truth& truth) {
-    static const NativeNames native = NativeNames::Of<Zpool::Properties>();
     const TrueProperties& exact = truth.pools.at(name);
     comparison.Text(name + " state", told.state, exact.at("health").value);
     comparison.Size(name + " size", told.size, exact.at("size").value);
     comparison.Size(name + " allocated", told.allocated, exact.at("allocated").value);
-    comparison.Properties(name, told.properties, exact, native);
+    comparison.Properties(name, told.properties, exact, NamesOf<Zpool::Properties>());
     CompareDevices(comparison, name, told.devices, truth.devices.at(name));
 }
 
@@ -457,7 +446,7 @@ Tally Compare(const Told& told, const Truth& truth) {
                  [&](const std::string& name, const ToldDataset& dataset) {
                      CompareDataset(comparison, name, dataset, truth.datasets.at(name));
                      const auto quotas = truth.quotas.find(name);
-                     CompareQuotas(comparison, name, told, dataset.quotas,
+                     CompareQuotas(comparison, name, told.isJson, dataset.quotas,
                                    quotas == truth.quotas.end()
                                        ? std::map<std::string, std::string>{}
                                        : quotas->second);
