@@ -123,9 +123,9 @@ const std::vector<SpaceSize::Unit> SpaceSize::units = AllUnits();
 
 const SpaceSize::Unit& SpaceSize::Bytes() {
     static const util::internal::NeverDestroyed<Unit> bytes([] {
-        Unit unit("B", {"B"}, 1);
-        unit.names_.KeepForever();
-        return unit;
+        Unit byte("B", {"B"}, 1);
+        byte.names_.KeepForever();
+        return byte;
     }());
     return *bytes;
 }
