@@ -22,7 +22,6 @@ using live::Tally;
 using live::Told;
 using live::Truth;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 /// What a host can hold of file systems, volumes and snapshots, with every property set somewhere;
 /// below the pool $p, with files in the folder $m.
@@ -137,7 +136,8 @@ protected:
     static void ExpectTrue(const Told& told, const Truth& truth) {
         const Tally tally = Compare(told, truth);
         std::cout << "\nlive: " << tally.Summary() << std::endl;
-        EXPECT_THAT(tally.wrong, IsEmpty());
+        for (const std::string& what : tally.wrong)
+            ADD_FAILURE() << what;
         EXPECT_GT(tally.equal, 1500U); // a comparison of little would prove little
         EXPECT_GT(tally.rounded, 30U);
         EXPECT_THAT(told.warnings, testing::UnorderedElementsAre(
