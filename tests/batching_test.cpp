@@ -1,16 +1,22 @@
 #include "executors/BatchingExecutor.h"
+#include "executors/PrefetchingExecutor.h"
 #include "executors/Recording.h"
+#include "executors/RecordingExecutor.h"
 #include "executors/ReplayingExecutor.h"
 #include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <map>
 #include <mutex>
 #include <random>
+#include <set>
+#include <thread>
 
 namespace zfslib::executors {
 namespace {
@@ -18,6 +24,7 @@ namespace {
 using testing::ElementsAre;
 
 const std::string list = "/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t ";
+const std::string poolList = "/usr/bin/env -i zpool list -o name,size,alloc";
 const std::string get = "/usr/bin/env -i zfs get all ";
 
 /// What `zfs get all` says about one property of a dataset. The value may hold newlines.
@@ -43,9 +50,14 @@ struct FakeHost {
 
     CommandExecutor Executor() {
         return [this](const std::string& command) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            commands.push_back(command);
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                commands.push_back(command);
+            }
+            if (util::str_is_starts_with(command, "zfs set"))
+                change();
             const std::string answer = Answer(command);
+            const std::lock_guard<std::mutex> lock(mutex);
             textRead += answer.size();
             return Asked(command).size() > 1 ? distort(answer) : answer;
         };
@@ -54,9 +66,15 @@ struct FakeHost {
     std::string Answer(const std::string& command) const {
         if (util::str_is_starts_with(command, get))
             return Table(Asked(command), least);
-        std::string answer;
+        const bool listsPools = command == poolList;
+        if (!listsPools && !util::str_is_starts_with(command, list)) {
+            if (failing.count(command) != 0)
+                throw std::runtime_error("cannot " + command);
+            return util::str(changes) + " " + command;
+        }
+        std::string answer = listsPools ? "NAME  SIZE  ALLOC\n" : "";
         for (const std::string& name : names)
-            answer += name + "\t1G\t1K\t0\n";
+            answer += name + (listsPools ? "  1G  1K\n" : "\t1G\t1K\t0\n");
         return answer;
     }
 
@@ -95,6 +113,9 @@ struct FakeHost {
 
     std::vector<std::string> names;
     std::map<std::string, std::vector<Row>> rows; ///< others than usual; none: it has vanished
+    std::set<std::string> failing;
+    unsigned changes = 0; ///< without a lock: nothing may be read while something changes
+    std::function<void()> change = [this] { ++changes; };
     Widths least;
     std::function<std::string(const std::string&)> distort = [](const auto& text) { return text; };
     std::vector<std::string> commands;
@@ -102,13 +123,17 @@ struct FakeHost {
     std::mutex mutex;
 };
 
-/// What the executor says about the dataset, or throws.
-std::string Ask(const CommandExecutor& executor, const std::string& name) {
+/// What the executor says, or throws.
+std::string OutcomeOf(const CommandExecutor& executor, const std::string& command) {
     try {
-        return executor(get + name);
+        return executor(command);
     } catch (const std::exception& error) {
         return error.what();
     }
+}
+
+std::string Ask(const CommandExecutor& executor, const std::string& name) {
+    return OutcomeOf(executor, get + name);
 }
 
 /// Whether the executor says what the host says about this dataset alone, in columns as wide as
@@ -188,8 +213,16 @@ public:
         if (Below(2) != 0)
             std::shuffle(host.names.begin(), host.names.end(), random_);
         const bool sorted = Below(2) != 0;
-        for (const std::string& name : host.names)
+        for (const std::string& name : host.names) {
             host.rows[name] = Rows(name, sorted);
+            if (Below(8) == 0)
+                host.failing.insert("/usr/bin/env -i zfs userspace " + name);
+        }
+        host.change = [this, sorted] {
+            ++host.changes;
+            const std::string name = Name();
+            host.rows[name] = Rows(name, sorted);
+        };
     }
 
     std::size_t Below(std::size_t end) { return random_() % end; }
@@ -235,6 +268,8 @@ private:
         }
         if (Below(3) == 0)
             Pad(value);
+        if (value.find('\n') == std::string::npos) // blanks at its end are not to be seen
+            value.erase(value.find_last_not_of(' ') + 1);
         return value;
     }
 
@@ -251,30 +286,73 @@ private:
     std::minstd_rand random_;
 };
 
-class BatchingOfHostileHosts : public testing::TestWithParam<unsigned> {};
+/// Asks for what an enumeration of a hostile host asks for, most of the time in its order.
+void AskAround(HostileHost& hostile, const CommandExecutor& executor) {
+    FakeHost& host = hostile.host;
+    for (std::size_t i = 0; i < host.names.size() + 2; ++i) {
+        if (i == 0 || hostile.Below(10) == 0)
+            executor(list + (hostile.Below(2) == 0 ? "filesystem p" : "snapshot p"));
+        if (hostile.Below(10) == 0)
+            executor(hostile.Below(2) == 0 ? poolList : "zfs set a:b=c p");
+        const std::string name =
+            hostile.Below(5) == 0 ? hostile.Name() : host.names[i % host.names.size()];
+        if (name.find(' ') != std::string::npos)
+            continue;
+        ExpectTruth(host, executor, name);
+        for (const char* command : {"zfs userspace ", "zfs groupspace ", "zpool status "}) {
+            const std::string line = "/usr/bin/env -i " + (command + name);
+            const auto alone = [&host](const std::string& asked) { return host.Answer(asked); };
+            if (hostile.Below(3) != 0) {
+                EXPECT_EQ(OutcomeOf(executor, line), OutcomeOf(alone, line));
+            }
+        }
+    }
+}
 
-TEST_P(BatchingOfHostileHosts, TrustsNoRowThatAValueMayHaveForged) {
+class HostileHosts : public testing::TestWithParam<unsigned> {};
+
+TEST_P(HostileHosts, BatchingTrustsNoRowThatAValueMayHaveForged) {
     std::size_t batches = 0;
     for (unsigned seed = GetParam(); seed <= 100000 && !HasFailure(); seed += 4) {
         SCOPED_TRACE(seed);
         HostileHost hostile(seed);
-        FakeHost& host = hostile.host;
-        const CommandExecutor batching =
-            BatchingExecutor(host.Executor(), {hostile.Below(2) == 0 ? 256 : hostile.Below(5)});
-        for (std::size_t i = 0; i < host.names.size() + 2; ++i) {
-            if (i == 0 || hostile.Below(10) == 0)
-                batching(list + "filesystem p");
-            const std::string name =
-                hostile.Below(5) == 0 ? hostile.Name() : host.names[i % host.names.size()];
-            if (name.find(' ') == std::string::npos)
-                ExpectTruth(host, batching, name);
-        }
-        for (const std::string& command : host.commands)
+        AskAround(hostile, BatchingExecutor(hostile.host.Executor(),
+                                            {hostile.Below(2) == 0 ? 256 : hostile.Below(5)}));
+        for (const std::string& command : hostile.host.commands)
             batches += FakeHost::Asked(command).size() > 1 ? 1 : 0;
     }
     EXPECT_GT(batches, 25000U) << "hardly anything was tried";
 }
-INSTANTIATE_TEST_SUITE_P(, BatchingOfHostileHosts, testing::Values(1, 2, 3, 4));
+
+TEST_P(HostileHosts, PrefetchingIsNotSeen) {
+    const std::thread::id caller = std::this_thread::get_id();
+    std::atomic<std::size_t> ahead{0};
+    for (unsigned seed = GetParam(); seed <= 10000 && !HasFailure(); seed += 4) {
+        SCOPED_TRACE(seed);
+        HostileHost hostile(seed);
+        PrefetchingOptions options;
+        options.workers = 1 + hostile.Below(8);
+        options.batching.namesPerCommand = hostile.Below(5);
+        options.commandsAhead = hostile.Below(9);
+        options.bytesAhead = hostile.Below(2) == 0 ? 100 : options.bytesAhead;
+        const std::size_t faults = hostile.Below(4);
+        AskAround(hostile, PrefetchingExecutor(
+                               [&, host = hostile.host.Executor()](const std::string& command) {
+                                   if (std::this_thread::get_id() == caller)
+                                       return host(command);
+                                   const std::size_t number = ++ahead;
+                                   if (number % 7 < faults)
+                                       throw std::runtime_error("fails only ahead");
+                                   if (number % 7 == 6 && faults == 3)
+                                       throw 6; // NOLINT(hicpp-exception-baseclass)
+                                   return host(command);
+                               },
+                               options));
+    }
+    EXPECT_GT(ahead, 2500U) << "hardly anything was tried";
+}
+
+INSTANTIATE_TEST_SUITE_P(, HostileHosts, testing::Values(1, 2, 3, 4));
 
 TEST(Batching, FallsBackFromAnyUnusableAnswer) {
     using Text = const std::string&;
@@ -385,9 +463,112 @@ TEST(Batching, OnlyCommandsThatReadKeepWhatIsHeld) {
         EXPECT_FALSE(isHeldAfter(command)) << command;
 }
 
+/// Asks for all that an enumeration of the filesystems asks for.
+void Enumerate(const CommandExecutor& executor, const FakeHost& host, bool quotas = true) {
+    executor(list + "filesystem p");
+    for (const std::string& name : host.names)
+        for (const char* command : {"get all ", "userspace ", "groupspace "})
+            if (quotas || command == std::string("get all "))
+                OutcomeOf(executor, std::string("/usr/bin/env -i zfs ") + command + name);
+}
+
+PrefetchingOptions Workers(std::size_t count, std::size_t namesPerCommand = 256) {
+    PrefetchingOptions options;
+    options.workers = count;
+    options.batching.namesPerCommand = namesPerCommand;
+    return options;
+}
+
+TEST(Prefetching, RecordingsAreTheSameWhateverTheNumberOfWorkers) {
+    const auto recorded = [](std::size_t workers, std::size_t names) {
+        FakeHost host(150);
+        host.rows = {{"p/d7", {{"type", "x", "-"}, {"a:b", "x\ny", "local"}}},
+                     {"p/d9", {}},
+                     {"p/d40", {{"a:b", std::string(300, 'x'), "local"}, {"type", "x", "-"}}}};
+        host.failing = {"/usr/bin/env -i zfs userspace p/d30"};
+        const std::string path = testing::TempDir() + "/prefetching.rec";
+        std::filesystem::remove(path);
+        Enumerate(
+            RecordingExecutor(PrefetchingExecutor(host.Executor(), Workers(workers, names)), path),
+            host);
+        const std::ifstream file(path);
+        return (std::ostringstream() << file.rdbuf()).str();
+    };
+    const std::string expected = recorded(0, 256);
+    for (const std::size_t workers : {0U, 1U, 2U, 8U})
+        for (const std::size_t names : {2U, 256U})
+            EXPECT_EQ(recorded(workers, names), expected) << workers << " " << names;
+}
+
+TEST(Prefetching, RunsAheadInAWindow) {
+    FakeHost host(500);
+    std::atomic<int> running{0};
+    std::atomic<std::size_t> started{0};
+    std::promise<void> gate;
+    const std::shared_future<void> open = gate.get_future().share();
+    PrefetchingOptions options = Workers(4, 10);
+    options.commandsAhead = 8;
+    const CommandExecutor executor = PrefetchingExecutor(
+        [&, fake = host.Executor()](const std::string& command) {
+            if (!util::str_is_starts_with(command, list)) {
+                ++started;
+                if (++running == 4)
+                    gate.set_value(); // four at a time
+                open.wait();
+            }
+            return fake(command);
+        },
+        options);
+    executor(list + "filesystem p");
+    for (std::size_t i = 0; i < 500; ++i) {
+        Ask(executor, host.names[i]);
+        EXPECT_LE(started, i / 10 + 2 * i + 8 + 1) << "the answers that were used, and the window";
+        for (const char* command : {"userspace ", "groupspace "})
+            OutcomeOf(executor, std::string("/usr/bin/env -i zfs ") + command + host.names[i]);
+    }
+    EXPECT_EQ(started, 500U / 10 + 2 * 500) << "each once";
+}
+
+TEST(Prefetching, LearnsWhatIsNotAskedFor) {
+    FakeHost host(300);
+    Enumerate(PrefetchingExecutor(host.Executor(), Workers(4, 10)), host, false);
+    EXPECT_LE(host.commands.size(), 1U + 300 / 10 + 40);
+}
+
+TEST(Prefetching, EndsItsCommandsBeforeAChangeAndAtItsEnd) {
+    std::atomic<int> running{0};
+    std::promise<void> begun;
+    const auto start = std::chrono::steady_clock::now();
+    {
+        const CommandExecutor executor = PrefetchingExecutor(
+            [&](const std::string& command) {
+                if (util::str_is_starts_with(command, list))
+                    return FakeHost(2).Answer(command);
+                if (util::str_is_starts_with(command, "zfs set"))
+                    return util::str(running.load());
+                if (++running == 2)
+                    begun.set_value();
+                EXPECT_THROW(Executors::ChildProcessExecute("sleep 600"), posix::CCommandFailure);
+                --running;
+                throw std::runtime_error("ended");
+            },
+            Workers(2, 1));
+        for (int i = 0; i < 2; ++i) {
+            begun = {};
+            executor(list + "filesystem p");
+            begun.get_future().wait();
+            if (i == 0) {
+                EXPECT_EQ(executor("zfs set a:b=c p"), "0");
+            }
+        }
+    }
+    EXPECT_EQ(running, 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+}
+
 TEST(Batching, ManyThreadsGetTheirOwnAnswers) {
     FakeHost host(200);
-    const CommandExecutor batching = BatchingExecutor(host.Executor(), {16});
+    const CommandExecutor batching = PrefetchingExecutor(host.Executor(), Workers(3, 16));
     batching(list + "filesystem p");
     std::vector<std::future<void>> threads;
     for (std::size_t first = 0; first < 4; ++first)

@@ -6,6 +6,7 @@
 #include "posix/internal/ErrorText.h"
 #include "posix/internal/NoCancellation.h"
 #include "posix/internal/Spawn.h"
+#include "posix/internal/ThreadStop.h"
 #include "util/str.h"
 
 #include <algorithm>
@@ -192,7 +193,7 @@ Awaited Await(ChildProcess& child, Streams& streams, Clock::time_point deadline)
             return Awaited::Limit;
         if (child.HasEnded())
             return Awaited::End;
-        if (stopped)
+        if (stopped || internal::ThreadStop::IsSet())
             return Awaited::Stop;
         if (Clock::now() >= deadline)
             return Awaited::Deadline;
@@ -299,7 +300,7 @@ Streams Run(const Command& command) {
     const auto deadline = command.timeoutSeconds > 0
                               ? Clock::now() + std::chrono::seconds(command.timeoutSeconds)
                               : Clock::time_point::max();
-    if (stopped)
+    if (stopped || internal::ThreadStop::IsSet())
         Fail(command, Kind::Stopped, 0);
     ChildProcess::ReapStragglers();
     Running running = StartOrFail(command);
