@@ -1,13 +1,14 @@
 #include "inspect/ExecutorChain.h"
 
-#include "executors/BatchingExecutor.h"
 #include "executors/HostWordsExecutor.h"
+#include "executors/PrefetchingExecutor.h"
 #include "executors/RecordingExecutor.h"
 #include "executors/ReplayingExecutor.h"
 #include "executors/SshExecutor.h"
 #include "inspect/Interruption.h"
 #include "inspect/MissingTools.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <functional>
@@ -58,11 +59,11 @@ CommandExecutor LiveExecutor(const Options& options, ToolWarnings& warnings,
     CommandExecutor executor =
         options.host ? lostHost.Watch(OtherHost(options, warn)) : ThisHost(options, warn);
     executor = zfslib::executors::HostWordsExecutor(std::move(executor));
-    if (options.batch > 1) {
-        zfslib::executors::BatchingOptions batching;
-        batching.namesPerCommand = options.batch;
-        executor = zfslib::executors::BatchingExecutor(std::move(executor), batching);
-    }
+    zfslib::executors::PrefetchingOptions prefetching;
+    prefetching.workers = options.jobs > 1 ? options.jobs : 0;
+    prefetching.commandsAhead = std::max(prefetching.commandsAhead, 2 * options.jobs);
+    prefetching.batching.namesPerCommand = options.batch;
+    executor = zfslib::executors::PrefetchingExecutor(std::move(executor), prefetching);
     if (options.record)
         executor = zfslib::executors::RecordingExecutor(std::move(executor), *options.record);
     return NamingMissingTools(std::move(executor));

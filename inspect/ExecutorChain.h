@@ -9,7 +9,7 @@
 namespace inspect {
 
 /// The executor that the options ask for, also in the three slots of the process. When it goes, the
-/// slots are empty and a connection to another host has ended.
+/// slots are empty, and what it runs ahead and a connection to another host have ended.
 class InstalledExecutor {
 public:
     /// With a progress, that is told of every command. It and the warnings must live as long.

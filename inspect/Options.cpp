@@ -10,6 +10,7 @@
 #include <numeric>
 #include <sstream>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 namespace inspect {
@@ -35,6 +36,19 @@ CLI::Validator Checked(std::string (*refused)(const std::string&)) {
 
 std::string RefusedNumber(const std::string& text) {
     return util::str_is_integer(text) ? "" : "it is not a number of digits alone";
+}
+
+std::string RefusedJobs(const std::string& text) {
+    constexpr std::size_t mostDigits = 2;
+    return util::str_is_integer(text) && text.size() <= mostDigits && text != "0" && text != "00"
+               ? ""
+               : "it is not a number from 1 to 99";
+}
+
+/// As many commands at a time as there are cores, at most 4.
+std::size_t DefaultJobs() {
+    constexpr std::size_t most = 4;
+    return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, most);
 }
 
 /// Adds a command; its operands, if it takes any, are added by `AddOperands`.
@@ -82,6 +96,12 @@ void AddCommonOptions(CLI::App& app, Options& options) {
                    "(default 256)")
         ->type_name("N")
         ->check(Checked(RefusedNumber));
+    options.jobs = DefaultJobs();
+    app.add_option("--jobs", options.jobs,
+                   "Run up to N commands at a time, ahead of what is read; 1: one after the other "
+                   "(default: the cores, at most 4)")
+        ->type_name("N")
+        ->check(Checked(RefusedJobs));
     app.add_flag("--json", options.json, "Print one JSON document, sizes in bytes");
     app.add_flag("--verbose", options.verbose, "Write the library's log to standard error");
 }

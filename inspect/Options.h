@@ -23,6 +23,7 @@ struct Options {
     std::vector<std::string> sshOptions; ///< each for one "-o" of ssh
     int timeoutSeconds = 0;              ///< for each command; 0 waits for ever
     std::size_t batch = 256;             ///< datasets per `zfs get all`; 0 and 1: no batching
+    std::size_t jobs = 1;                ///< commands at a time
     bool json = false;
     bool verbose = false;
 

@@ -205,7 +205,7 @@ std::string ReadAhead::RunList(const std::string& command, Plan& plan,
         plan.isReadAhead = changes_ == 0;
         if (!plan.steps.empty())
             StartWorkers();
-        window_ = workers_.size();
+        window_ = std::min(workers_.size(), options_.commandsAhead);
     }
     mayWork_.notify_all();
     return output;
@@ -255,8 +255,9 @@ std::string ReadAhead::RunRead(const std::string& command) {
     if (isBatched) {
         // So that it does not matter to the caller which datasets were in a batch.
         const std::string_view name = std::string_view(command).substr(getAll_.line.size());
-        if (std::optional<std::string>& answer = SplitGetAnswer(output, {name}).single.front())
-            return *std::move(answer);
+        GetAnswer answer = SplitGetAnswer(output, {name});
+        if (answer.single.front())
+            return *std::move(answer.single.front());
     }
     return output;
 }
