@@ -1,6 +1,7 @@
 // Child processes, and how many of them an enumeration takes.
 
 #include "executors/BatchingExecutor.h"
+#include "executors/PrefetchingExecutor.h"
 #include "posix/CSimpleCmdExec.h"
 #include "zfstools/ZfsDatasetEnumerator.h"
 
@@ -11,7 +12,9 @@
 #include <string>
 #include <string_view>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -79,14 +82,18 @@ void Children(State& state) {
 }
 BENCHMARK(Children)->Arg(0)->Arg(1)->Iterations(200)->UseRealTime();
 
+std::string RunFake(std::string command) {
+    constexpr std::string_view realProgram = "/usr/bin/env -i zfs";
+    return Executors::ChildProcessExecute(command.replace(0, realProgram.size(), FAKE_ZFS));
+}
+
 /// The enumeration of FAKE_ZFS_DATASETS datasets; the argument is how many names a command may
 /// have, 0 for no batching.
 void Enumerate(State& state) {
     std::size_t commands = 0;
-    const CommandExecutor fake = [&commands](std::string command) {
-        constexpr std::string_view realProgram = "/usr/bin/env -i zfs";
+    const CommandExecutor fake = [&commands](const std::string& command) {
         ++commands;
-        return Executors::ChildProcessExecute(command.replace(0, realProgram.size(), FAKE_ZFS));
+        return RunFake(command);
     };
     Executors::SetProcessExecutor(fake); // asked for the quotas
     executors::BatchingOptions options;
@@ -102,5 +109,34 @@ void Enumerate(State& state) {
     state.counters["commands"] = static_cast<double>(commands);
 }
 BENCHMARK(Enumerate)->Arg(0)->Arg(256)->Iterations(1)->Repetitions(1)->UseRealTime();
+
+/// The enumeration of as many datasets in 100 filesystems, in batches. The arguments are the number
+/// of workers and how many milliseconds away the host is.
+void EnumerateAhead(State& state) {
+    const auto distance = std::chrono::milliseconds(state.range(1));
+    executors::PrefetchingOptions options;
+    options.workers = static_cast<std::size_t>(state.range(0));
+    for (auto _ : state) {
+        const CommandExecutor executor = executors::PrefetchingExecutor(
+            [distance](std::string command) {
+                std::this_thread::sleep_for(distance);
+                return RunFake(std::move(command));
+            },
+            options);
+        Executors::SetProcessExecutor(executor);
+        const auto [datasets, warnings] = ZfsDatasetEnumerator().Enumerate("many", executor);
+        if (datasets.size() != FAKE_ZFS_DATASETS || !warnings.empty())
+            state.SkipWithError("not all datasets were read");
+    }
+    Executors::SetProcessExecutor(&Executors::ChildProcessExecute);
+    state.SetItemsProcessed(state.iterations() * FAKE_ZFS_DATASETS);
+}
+BENCHMARK(EnumerateAhead)
+    ->Args({0, 0})
+    ->Args({2, 0})
+    ->Args({0, 20})
+    ->Args({8, 20})
+    ->Iterations(1)
+    ->UseRealTime();
 
 } // namespace

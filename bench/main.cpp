@@ -38,6 +38,8 @@ const std::vector<Ratio> ratios = {
     {"time of 5,000 datasets, batched / one by one", "Enumerate/256", "Enumerate/0", 0.1},
     {"commands for 5,000 datasets, batched / one by one", "Enumerate/256:commands",
      "Enumerate/0:commands", 0.05},
+    {"5,000 in 100 filesystems, 2 workers / none", "EnumerateAhead/2/0", "EnumerateAhead/0/0", 0.6},
+    {"the same over 20 ms, 8 workers / none", "EnumerateAhead/8/20", "EnumerateAhead/0/20", 0.2},
 };
 
 /// Keeps, of all repetitions of a benchmark, the fastest: what disturbs one only adds to it.

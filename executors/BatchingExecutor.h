@@ -22,7 +22,8 @@ struct BatchingOptions {
 /// keeps the rest, each part for one use, until the next such command or list or until any command
 /// that may change a property. All other commands pass through.
 ///
-/// The caller sees what `executor` alone would give, except that the columns can be wider. Asked
+/// The caller sees what `executor` alone would give, but for the number of blanks between columns:
+/// those of a listed dataset's properties are as wide as its own cells, in a batch or not. Asked
 /// for by itself is a dataset with an unusual name, one that vanished, one that is asked for a
 /// second time, and one that a property value with a newline stands in, for such a value can look
 /// like rows of other datasets; this relies on `zfs get` padding its columns to the widest value.
