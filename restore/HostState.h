@@ -29,7 +29,7 @@ enum class PropertySource {
 
 /// What all values with the same history share.
 struct ValueOrigin {
-    PropertySource source = PropertySource::None;
+    PropertySource source = PropertySource::None; ///< the kind of place
     /// The whole name of the dataset it is inherited from, even where the tool cuts it; it may be
     /// above the roots that were read. Empty unless inherited.
     std::string inheritedFrom;
@@ -42,6 +42,7 @@ struct ValueOrigin {
 /// with `-p`. A small value that looks into the texts of its HostState.
 class ZFSLIB_EXPORT PropertyValue {
 public:
+    /// The size that stands for no received value.
     static constexpr std::uint32_t noReceived = UINT32_MAX;
 
     /// A value of which all parts are kept elsewhere, as StateTexts::Make does it. Unless
@@ -72,6 +73,7 @@ public:
         return std::string_view(text_ + valueSize_ + 1, receivedSize_);
     }
 
+    /// Where the value that counts is from.
     [[nodiscard]] PropertySource Source() const noexcept { return origin_->source; }
 
     /// As ValueOrigin has it.
@@ -101,12 +103,13 @@ FindProperty(const std::vector<PropertyValue>& properties, std::string_view name
 /// A limit on what one user, group or project may take: only what was set for it, never a default.
 /// Source: `zfs userspace`, `zfs groupspace`, `zfs projectspace`.
 struct Quota {
+    /// Whose use is limited.
     enum class Owner { User, Group, Project };
 
-    Owner owner = Owner::User;
-    bool isOfObjects = false; ///< files and directories are counted in place of bytes
-    std::string id;           ///< decimal digits; of a Windows user or group "S-1-..."
-    std::uint64_t limit = 0;  ///< bytes or objects; never 0
+    Owner owner = Owner::User; ///< the kind of owner; `id` says which
+    bool isOfObjects = false;  ///< files and directories are counted in place of bytes
+    std::string id;            ///< decimal digits; of a Windows user or group "S-1-..."
+    std::uint64_t limit = 0;   ///< bytes or objects; never 0
 
     /// As `zfs set` takes it: "userquota@1001", "groupobjquota@50".
     [[nodiscard]] ZFSLIB_EXPORT std::string PropertyName() const;
@@ -114,14 +117,15 @@ struct Quota {
 
 /// A file system or volume.
 struct ZFSLIB_EXPORT DatasetState {
+    /// The property `type`.
     enum class Type { Filesystem, Volume };
 
-    std::string_view name;
-    Type type = Type::Filesystem;
+    std::string_view name;           ///< "tank/data"
+    Type type = Type::Filesystem;    ///< other types are not in a state
     std::string_view guid;           ///< decimal digits
     std::string_view origin;         ///< the snapshot a clone was made from; else empty
     std::string_view encryptionRoot; ///< may be the dataset itself; empty when not encrypted
-    bool isMounted = false;
+    bool isMounted = false;          ///< the property `mounted`
 
     /// Every property the tool prints for it, native and of users, in the tool's order. What it
     /// does not print it does not have: the same property may be missing for a volume.
@@ -156,6 +160,7 @@ struct SnapshotState {
 
 /// A device, or a group of devices, in a pool's tree.
 struct Device {
+    /// What it is, by its name.
     enum class Kind {
         Disk,
         File,
@@ -178,10 +183,10 @@ struct Device {
         Other, ///< the head of its section is not known
     };
 
-    Kind kind = Kind::Disk;
-    Use use = Use::Normal; ///< of a device inside a group: that of its group
-    std::string name;      ///< as `zpool status` prints it: "mirror-0", "sda", "c1t0d0"
-    std::string state;     ///< "ONLINE", "OFFLINE", "AVAIL", ...; empty where none is printed
+    Kind kind = Kind::Disk; ///< of a missing device, Disk
+    Use use = Use::Normal;  ///< of a device inside a group: that of its group
+    std::string name;       ///< as `zpool status` prints it: "mirror-0", "sda", "c1t0d0"
+    std::string state;      ///< "ONLINE", "OFFLINE", "AVAIL", ...; empty where none is printed
     /// The word that makes a group in `zpool create`: "mirror", "raidz2", "draid2:8d:12c:1s"; empty
     /// for disks and files, and where there is none.
     std::string word;
@@ -199,12 +204,12 @@ struct Device {
     std::optional<unsigned> ashift;
     /// The properties that were set on it, those of users included.
     std::vector<PropertyValue> properties;
-    std::vector<Device> children;
+    std::vector<Device> children; ///< of a group, in order
 };
 
 /// An imported pool.
 struct ZFSLIB_EXPORT PoolState {
-    std::string_view name;
+    std::string_view name;    ///< "tank"
     std::string_view guid;    ///< decimal digits
     std::string_view altroot; ///< what mount points are printed below; empty when there is none
     std::string_view health;  ///< "ONLINE", "DEGRADED", ...
@@ -315,9 +320,9 @@ private:
 /// What stood on a host, without loss: everything below the roots, and the pools that hold them. A
 /// plain value, made by ReadHostState; copies share the texts they look into and keep them alive.
 struct ZFSLIB_EXPORT HostState {
-    std::string host;   ///< `uname -n`
-    std::string readAt; ///< when, by the host's clock: "2026-11-23T08:55:07Z"
-    ToolsState tools;
+    std::string host;               ///< `uname -n`
+    std::string readAt;             ///< when, by the host's clock: "2026-11-23T08:55:07Z"
+    ToolsState tools;               ///< what it was read with
     std::vector<std::string> roots; ///< pools or datasets, as they were asked for
 
     std::vector<PoolState> pools;            ///< by name
