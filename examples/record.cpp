@@ -29,5 +29,6 @@ int main(int argc, char** argv) {
     IsZfsToolsInstalled();
     for (const Zpool& pool : ZpoolEnumerator::Enumerate(executor))
         ZfsDatasetEnumerator().Enumerate(pool.name, executor);
-    std::cout << executors::ReadRecording(argv[1]).size() << " commands are recorded\n";
+    recorder.Close();
+    std::cout << executors::ReadRecording(argv[1]).exchanges.size() << " commands are recorded\n";
 }

@@ -1,65 +1,138 @@
 #include "executors/RecordingExecutor.h"
 
 #include "executors/Recording.h"
+#include "posix/internal/File.h"
+#include "util/str.h"
 
-#include <cerrno>
-#include <filesystem>
-#include <fstream>
+#include <algorithm>
+#include <cstdint>
+#include <ctime>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
-#include <system_error>
+#include <sys/utsname.h>
 #include <utility>
 
 namespace zfslib::executors {
 
+namespace {
+
+/// What a name of the system may put into a line.
+std::string Printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return text;
+}
+
+/// The first line of what a recorder writes.
+std::string Head() {
+    struct utsname system {};
+    uname(&system);
+    const std::time_t now = std::time(nullptr);
+    struct tm utc {};
+    gmtime_r(&now, &utc);
+    const auto number = [](int value) { return (value < 10 ? "0" : "") + util::str(value); };
+    constexpr int firstYear = 1900;
+    const std::string date = number(utc.tm_year + firstYear) + "-" + number(utc.tm_mon + 1) + "-" +
+                             number(utc.tm_mday) + " " + number(utc.tm_hour) + ":" +
+                             number(utc.tm_min) + ":" + number(utc.tm_sec);
+    return Printable(util::str_format("\\begin zfslib %1, host %2, %3 %4 %5 %6, %7 UTC",
+                                      ZFSLIB_VERSION, system.nodename, system.sysname,
+                                      system.release, system.version, system.machine, date)) +
+           "\n";
+}
+
+} // namespace
+
 class Recorder::File {
 public:
-    explicit File(const std::string& path) : path_(path) {
-        // Terminals and pipes can be recorded to, but have no earlier text.
-        std::error_code missing;
-        const bool hasText =
-            std::filesystem::is_regular_file(path, missing) && std::filesystem::file_size(path) > 0;
-        if (hasText)
-            static_cast<void>(ReadRecording(path)); // refuses a file that is no recording
-        const bool cutLine = hasText && LastByte() != '\n';
-        errno = 0;
-        stream_.open(path, std::ios::binary | std::ios::app);
-        if (cutLine)
-            stream_ << '\n' << std::flush;
-        if (!stream_)
-            throw std::runtime_error(Error());
+    File(const std::string& path, const RecorderOptions& options) : path_(path) {
+        std::string earlier;
+        Require(Try([&] {
+            file_ = posix::internal::OpenToAppend(path, options.anyPlace);
+            Lock();
+            constexpr auto all = std::numeric_limits<std::uint64_t>::max();
+            if (file_.isRegular)
+                posix::internal::ReadUpTo(file_.descriptor, earlier, all);
+        }));
+        const std::size_t cutBytes =
+            ParseRecording(earlier, path).cutBytes; // or it is no recording
+        const std::size_t size = earlier.size() - cutBytes;
+        const bool endsInLine = size > 0 && earlier[size - 1] != '\n';
+        Require(Try([&] {
+            if (cutBytes > 0)
+                posix::internal::Truncate(file_.descriptor, size);
+            Write((endsInLine ? "\n" : "") + Head());
+        }));
     }
 
     /// Why the exchange could not be written; nothing when it was.
     [[nodiscard]] std::optional<std::string> Append(const Exchange& exchange) {
-        const std::string text = FormatExchange(exchange);
         const std::lock_guard<std::mutex> lock(mutex_);
-        errno = 0;
-        stream_ << text << std::flush;
-        if (stream_)
-            return std::nullopt;
-        return Error();
+        return Try([&] { Write(FormatExchange(exchange)); });
+    }
+
+    void Close() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (refusal_ == closed)
+            return;
+        Require(Try([&] {
+            Write("\\end\n");
+            if (file_.isRegular)
+                posix::internal::Synchronize(file_.descriptor);
+            file_.descriptor.Close();
+        }));
+        refusal_ = closed;
     }
 
 private:
-    [[nodiscard]] char LastByte() const {
-        std::ifstream file(path_, std::ios::binary);
-        file.seekg(-1, std::ios::end);
-        return static_cast<char>(file.get());
+    static constexpr const char* closed = "it was closed";
+
+    /// Runs a step and returns why it failed. Nothing is written after a failure: a recording with
+    /// a gap would be taken for a whole one.
+    template <typename Step>
+    [[nodiscard]] std::optional<std::string> Try(Step&& step) {
+        try {
+            if (refusal_.empty()) {
+                step();
+                return std::nullopt;
+            }
+        } catch (const std::exception& error) {
+            refusal_ = error.what();
+        }
+        return "Cannot write the recording [" + path_ + "]: " + refusal_;
     }
 
-    [[nodiscard]] std::string Error() const {
-        return "Cannot write the recording [" + path_ +
-               "]: " + std::generic_category().message(errno);
+    static void Require(const std::optional<std::string>& error) {
+        if (error)
+            throw std::runtime_error(*error);
+    }
+
+    /// Again with each exchange: who closes another descriptor of a file, after reading it for
+    /// instance, loses the lock of the process.
+    void Lock() const {
+        if (file_.isRegular)
+            posix::internal::TakeLock(file_.descriptor);
+    }
+
+    void Write(const std::string& text) const {
+        Lock();
+        posix::internal::WriteAll(file_.descriptor, text);
     }
 
     std::string path_;
     std::mutex mutex_;
-    std::ofstream stream_;
+    posix::internal::OpenFile file_;
+    std::string refusal_; ///< why nothing can be written any more
 };
 
-Recorder::Recorder(const std::string& path) : file_(std::make_shared<File>(path)) {}
+Recorder::Recorder(const std::string& path, RecorderOptions options)
+    : file_(std::make_shared<File>(path, options)) {}
+
+void Recorder::Close() const {
+    file_->Close();
+}
 
 namespace {
 

@@ -11,8 +11,9 @@ namespace zfslib::executors {
 
 class Replayer::State {
 public:
-    State(std::vector<Exchange> exchanges, std::string name)
-        : exchanges_(std::move(exchanges)), name_(std::move(name)) {
+    State(Recording recording, std::string name)
+        : exchanges_(std::move(recording.exchanges)),
+          isCutShort_(recording.end == Recording::End::CutShort), name_(std::move(name)) {
         for (const Exchange& exchange : exchanges_)
             answers_[exchange.command].exchanges.push_back(&exchange);
     }
@@ -47,8 +48,8 @@ private:
         const std::lock_guard<std::mutex> lock(mutex_);
         const auto found = answers_.find(command);
         if (found == answers_.end())
-            throw std::runtime_error("The recording [" + name_ +
-                                     "] has no answer to the command [" + command + "].");
+            throw NoRecordedAnswer("The recording [" + name_ + "] has no answer to the command [" +
+                                   command + "]." + (isCutShort_ ? " It is cut short." : ""));
         Answers& answers = found->second;
         const std::size_t next = std::min(answers.given, answers.exchanges.size() - 1);
         ++answers.given;
@@ -56,15 +57,22 @@ private:
     }
 
     const std::vector<Exchange> exchanges_;
+    const bool isCutShort_;
     const std::string name_;
     mutable std::mutex mutex_;
     std::unordered_map<std::string_view, Answers> answers_; // keyed by the text in exchanges_
 };
 
-Replayer::Replayer(const std::string& path) : Replayer(ReadRecording(path), path) {}
+NoRecordedAnswer::~NoRecordedAnswer() = default;
+
+Replayer::Replayer(const std::string& path, std::uint64_t limit)
+    : Replayer(ReadRecording(path, limit), path) {}
+
+Replayer::Replayer(Recording recording, std::string name)
+    : state_(std::make_shared<State>(std::move(recording), std::move(name))) {}
 
 Replayer::Replayer(std::vector<Exchange> exchanges, std::string name)
-    : state_(std::make_shared<State>(std::move(exchanges), std::move(name))) {}
+    : Replayer(Recording{std::move(exchanges), {}, {}}, std::move(name)) {}
 
 CommandExecutor Replayer::Executor() const {
     return [state = state_](const std::string& command) { return state->Answer(command); };

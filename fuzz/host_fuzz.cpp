@@ -58,7 +58,7 @@ std::string Step(const std::function<std::string()>& step) {
 CommandExecutor HostExecutor(const std::string& recording) {
     std::vector<executors::Exchange> exchanges;
     std::set<std::string> commands;
-    for (executors::Exchange& exchange : executors::ParseRecording(recording, "fuzz"))
+    for (executors::Exchange& exchange : executors::ParseRecording(recording, "fuzz").exchanges)
         if (commands.insert(exchange.command).second)
             exchanges.push_back(std::move(exchange));
     const executors::Replayer replayer(std::move(exchanges), "fuzz");

@@ -2,16 +2,19 @@
 
 #include "executors/HostWordsExecutor.h"
 #include "executors/PrefetchingExecutor.h"
-#include "executors/RecordingExecutor.h"
 #include "executors/ReplayingExecutor.h"
 #include "executors/SshExecutor.h"
 #include "inspect/Interruption.h"
 #include "inspect/MissingTools.h"
+#include "posix/CSimpleCmdExec.h"
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +23,11 @@ namespace inspect {
 namespace {
 
 using zfslib::CommandExecutor;
+
+std::uint64_t Bytes(std::uint64_t mebibytes) {
+    constexpr auto most = std::numeric_limits<std::uint64_t>::max() >> 20;
+    return std::min(mebibytes, most) << 20;
+}
 
 using StandardError = std::function<void(const std::string& command, const std::string& text)>;
 
@@ -53,7 +61,8 @@ CommandExecutor ThisHost(const Options& options, StandardError standardError) {
 /// Runs commands on a host. The recorder goes around the rest: what it writes are the library's own
 /// commands, one by one, which is what a replay is asked for.
 CommandExecutor LiveExecutor(const Options& options, ToolWarnings& warnings,
-                             const LostHost& lostHost) {
+                             const LostHost& lostHost,
+                             std::optional<zfslib::executors::Recorder>& recorder) {
     const StandardError warn = [&warnings](const std::string& /*command*/,
                                            const std::string& text) { warnings.Add(text); };
     CommandExecutor executor =
@@ -64,9 +73,24 @@ CommandExecutor LiveExecutor(const Options& options, ToolWarnings& warnings,
     prefetching.commandsAhead = std::max(prefetching.commandsAhead, 2 * options.jobs);
     prefetching.batching.namesPerCommand = options.batch;
     executor = zfslib::executors::PrefetchingExecutor(std::move(executor), prefetching);
-    if (options.record)
-        executor = zfslib::executors::RecordingExecutor(std::move(executor), *options.record);
+    if (options.record) {
+        zfslib::executors::RecorderOptions recording;
+        recording.anyPlace = options.recordAnywhere;
+        executor = recorder.emplace(*options.record, recording).Executor(std::move(executor));
+    }
     return NamingMissingTools(std::move(executor));
+}
+
+/// Answers from the recording; what that lacks goes into `missing`.
+CommandExecutor ReplayExecutor(const Options& options, std::vector<std::string>& missing) {
+    const std::string& path = *options.replay;
+    zfslib::executors::Recording recording = zfslib::executors::ReadRecording(
+        path, options.limit == 0 ? zfslib::executors::defaultRecordingLimit : Bytes(options.limit));
+    missing = recording.missing;
+    if (recording.exchanges.empty())
+        throw std::runtime_error("The recording [" + path + "] is empty." +
+                                 (missing.empty() ? "" : " " + missing.front()));
+    return zfslib::executors::Replayer(std::move(recording), path).Executor();
 }
 
 /// Runs nothing more once the user wants the process to end, so that a library call which goes on
@@ -88,8 +112,10 @@ void Install(const CommandExecutor& executor) {
 
 InstalledExecutor::InstalledExecutor(const Options& options, Progress* progress,
                                      ToolWarnings& warnings)
-    : executor_(options.replay ? zfslib::executors::Replayer(*options.replay).Executor()
-                               : LiveExecutor(options, warnings, lostHost_)) {
+    : executor_(options.replay ? ReplayExecutor(options, missing_)
+                               : LiveExecutor(options, warnings, lostHost_, recorder_)) {
+    if (options.limit != 0)
+        posix::CSimpleCmdExec::SetOutputLimit(static_cast<std::size_t>(Bytes(options.limit)));
     executor_ = UntilInterrupted(std::move(executor_));
     if (progress != nullptr)
         executor_ = progress->Watch(std::move(executor_));
@@ -98,6 +124,11 @@ InstalledExecutor::InstalledExecutor(const Options& options, Progress* progress,
 
 InstalledExecutor::~InstalledExecutor() {
     Install({});
+}
+
+void InstalledExecutor::CloseRecording() const {
+    if (recorder_)
+        recorder_->Close();
 }
 
 } // namespace inspect

@@ -1,5 +1,6 @@
 #include "inspect/Gather.h"
 
+#include "executors/ReplayingExecutor.h"
 #include "inspect/Escape.h"
 #include "inspect/MissingTools.h"
 #include "inspect/Size.h"
@@ -12,6 +13,8 @@
 #include "zfstools/ZpoolsEnumerator.h"
 
 #include <algorithm>
+#include <exception>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <type_traits>
@@ -311,10 +314,32 @@ void CheckToolsAreThere(const CommandExecutor& executor) {
     }
 }
 
+/// What a library call says that answers "no" where its command fails. That a recording has no
+/// answer says nothing about the host and fails here as well.
+template <typename Call>
+auto FromRecordedAnswers(const Call& call) {
+    const auto unrecorded = std::make_shared<std::exception_ptr>();
+    const CommandExecutor former = zfslib::Executors::GetProcessExecutor();
+    zfslib::Executors::SetProcessExecutor([former, unrecorded](const std::string& command) {
+        try {
+            return former(command);
+        } catch (const zfslib::executors::NoRecordedAnswer&) {
+            *unrecorded = std::current_exception();
+            throw;
+        }
+    });
+    auto result = call();
+    zfslib::Executors::SetProcessExecutor(former);
+    if (*unrecorded)
+        std::rethrow_exception(*unrecorded);
+    return result;
+}
+
 Report GatherVolume(const Options& options, const CommandExecutor& executor) {
     VolumeReport report;
     report.volume = options.operands.front();
-    report.device = ZfsDataset::GetZfsPseudoDevice(report.volume);
+    report.device =
+        FromRecordedAnswers([&] { return ZfsDataset::GetZfsPseudoDevice(report.volume); });
     report.device.erase(report.device.find_last_not_of(" \t\r\n") + 1);
     report.found = report.device != "pseudo@zfs";
     if (report.found)
@@ -420,7 +445,7 @@ Report Gather(const Options& options, const CommandExecutor& executor) {
     case Command::Pools:
         return GatherPools(options, executor);
     case Command::Tools:
-        return ToolsReport{zfslib::IsZfsToolsInstalled()};
+        return ToolsReport{FromRecordedAnswers(zfslib::IsZfsToolsInstalled)};
     case Command::Datasets:
         return GatherDatasets(options, executor);
     case Command::Volume:

@@ -78,6 +78,14 @@ void AddCommonOptions(CLI::App& app, Options& options) {
                    "Append every command and its answer to the recording FILE")
         ->type_name("FILE")
         ->excludes(replay);
+    app.add_flag("--record-anywhere", options.recordAnywhere,
+                 "Record also where another user could have put FILE")
+        ->excludes(replay);
+    app.add_option("--limit", options.limit,
+                   "Refuse an answer, or a recording, of more than MIB mebibytes (default 1024, a "
+                   "recording 4096)")
+        ->type_name("MIB")
+        ->check(Checked(RefusedNumber));
     CLI::Option* host =
         app.add_option("--host", options.host, "Run the commands on another host, over ssh")
             ->type_name("[USER@]HOST")

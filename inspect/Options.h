@@ -3,6 +3,7 @@
 #include "zfstools/ZfsDataset.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
@@ -17,9 +18,11 @@ enum class PropertyChoice { None, Read, Changed };
 
 /// The command line, checked.
 struct Options {
-    std::optional<std::string> replay;   ///< answers come from this recording
-    std::optional<std::string> record;   ///< commands and answers are appended to this recording
-    std::optional<std::string> host;     ///< commands are run there, over ssh
+    std::optional<std::string> replay; ///< answers come from this recording
+    std::optional<std::string> record; ///< commands and answers are appended to this recording
+    bool recordAnywhere = false;       ///< also where another user could have put the file
+    std::uint64_t limit = 0;           ///< of an answer or the recording, in MiB; 0: the library's
+    std::optional<std::string> host;   ///< commands are run there, over ssh
     std::vector<std::string> sshOptions; ///< each for one "-o" of ssh
     int timeoutSeconds = 0;              ///< for each command; 0 waits for ever
     std::size_t batch = 256;             ///< datasets per `zfs get all`; 0 and 1: no batching

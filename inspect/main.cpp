@@ -57,6 +57,26 @@ void PrintWarning(const std::string& message) {
     PrintError("warning: " + message);
 }
 
+/// A run that failed has recorded all that it asked for; an interrupted one has not.
+Report GatherAndClose(const Options& options, const InstalledExecutor& installed) {
+    const auto close = [&installed] {
+        if (Interruption::Signal() == 0)
+            installed.CloseRecording();
+    };
+    try {
+        Report report = Gather(options, installed.Executor());
+        close();
+        return report;
+    } catch (const std::exception&) {
+        try {
+            close();
+        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+            // The first failure says more.
+        }
+        throw;
+    }
+}
+
 Report GatherUnlessInterrupted(const Options& options) {
     const Interruption interruption; // also while a connection to another host is ended
     ToolWarnings warnings(PrintWarning);
@@ -64,7 +84,9 @@ Report GatherUnlessInterrupted(const Options& options) {
     if (isatty(STDERR_FILENO) != 0 && !options.verbose)
         progress.emplace(std::cerr, TerminalColumns);
     const InstalledExecutor installed(options, progress ? &*progress : nullptr, warnings);
-    Report report = Gather(options, installed.Executor());
+    for (const std::string& missing : installed.Missing())
+        PrintWarning(missing);
+    Report report = GatherAndClose(options, installed);
     Interruption::Check();
     installed.CheckHost();
     return report;

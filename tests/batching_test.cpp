@@ -187,7 +187,7 @@ TEST(Batching, EqualsSingleCommandsOnEveryRecording) {
                 continue;
             SCOPED_TRACE(entry.path());
             const CommandExecutor replay = Replayer(entry.path()).Executor();
-            for (const Exchange& exchange : ReadRecording(entry.path())) {
+            for (const Exchange& exchange : ReadRecording(entry.path()).exchanges) {
                 if (!util::str_is_starts_with(exchange.command, list) || exchange.failure)
                     continue;
                 FakeHost host;

@@ -336,17 +336,18 @@ TEST_F(ChildProcess, SilentOneIsRarelyLookedAt) {
     EXPECT_LT(reads, 300); // of two pipes, every twentieth of a second and some more at first
 }
 
-TEST_F(ChildProcess, CancelledThreadEndsAfterIt) {
+TEST_F(ChildProcess, ThreadIsNotCancelledInIt) {
     std::string result;
+    int state = PTHREAD_CANCEL_DISABLE;
     std::thread thread([&] {
         result = Script(": >" + fifo + "; sleep 0.1; echo out");
-        for (;;)
-            pause();
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
     });
     close(open(fifo.c_str(), O_RDONLY)); // opens when the other side does
     pthread_cancel(thread.native_handle());
     thread.join();
     EXPECT_EQ(result, "ok [out\n] []");
+    EXPECT_EQ(state, PTHREAD_CANCEL_ENABLE);
 }
 
 TEST_F(ChildProcess, StoppedByASignalHandler) {

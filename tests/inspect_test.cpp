@@ -286,7 +286,9 @@ TEST(Inspect, AnswersTheSmallQuestions) {
               ReplayJson("solaris-host", {"volume", "tank/gone"}).dump());
     EXPECT_EQ(R"({"paths":[{"dataset":null,"error":null,"path":"/tmp","pool":null}]})",
               ReplayJson("solaris-host", {"locate", "/tmp"}).dump());
-    EXPECT_EQ(R"({"installed":false})", ReplayJson("mirror-host", {"tools"}).dump());
+    const TestFile without("without-tools.rec");
+    std::ofstream(without.Path()) << "$ /usr/bin/env -i pkginfo SUNWzfsu\n! no\n";
+    EXPECT_EQ(R"({"installed":false})", ReplayJson(without.Path(), {"tools"}).dump());
 }
 
 TEST(Inspect, FailsWithOneLineAndRunsNothingAfterAUsageError) {
@@ -354,11 +356,33 @@ TEST(Inspect, SendsNothingFromOutsideRaw) {
 TEST(Inspect, ReplaysWhatItRecorded) {
     const TestFile recording("recorded.rec");
     const Outcome live = Inspect({"--record", recording.Path(), "tools"});
-    const auto exchanges = zfslib::executors::ReadRecording(recording.Path());
-    ASSERT_EQ(1, exchanges.size());
-    EXPECT_EQ("/usr/bin/env -i pkginfo SUNWzfsu", exchanges[0].command);
+    const auto recorded = zfslib::executors::ReadRecording(recording.Path());
+    ASSERT_EQ(1, recorded.exchanges.size());
+    EXPECT_EQ("/usr/bin/env -i pkginfo SUNWzfsu", recorded.exchanges[0].command);
+    EXPECT_EQ(zfslib::executors::Recording::End::Ended, recorded.end);
     EXPECT_EQ(live.out, Replay(recording.Path(), {"tools"}).out);
     EXPECT_EQ(0, live.status);
+}
+
+TEST(Inspect, SaysWhatARecordingLacks) {
+    const struct {
+        std::string text;
+        std::vector<std::string> arguments;
+        std::string reason;
+    } rows[] = {
+        {"# nothing\n", {"tools"}, "is empty."},
+        {"$ x\n", {"tools"}, "has no answer to the command [/usr/bin/env -i pkginfo SUNWzfsu]."},
+        {"$ x\n", {"volume", "t/v"}, "has no answer to the command [/usr/bin/env -i ls -la "},
+        {"\\begin x\n$ x\n\\.\n$ y\n", {"pools"}, ":4: the answer to [y] is cut short\n"},
+        {"$ x\n" + std::string(1 << 20, 'x'), {"--limit", "1", "pools"}, "longer than 1048576 b"},
+    };
+    for (const auto& row : rows) {
+        const TestFile recording("lacking.rec");
+        std::ofstream(recording.Path()) << row.text;
+        const Outcome outcome = Replay(recording.Path(), row.arguments);
+        EXPECT_EQ(1, outcome.status) << row.reason;
+        EXPECT_THAT(outcome.err, HasSubstr(row.reason));
+    }
 }
 
 TEST(Inspect, FailsWhenStandardOutputIsClosed) {
@@ -367,7 +391,9 @@ TEST(Inspect, FailsWhenStandardOutputIsClosed) {
                                                    "--record", recording.Path(), "tools"});
     EXPECT_EQ(1, outcome.status);
     EXPECT_EQ("zfsinspect: cannot write to standard output\n", outcome.err);
-    EXPECT_EQ(1, zfslib::executors::ReadRecording(recording.Path()).size()); // no text went there
+    EXPECT_EQ(
+        1,
+        zfslib::executors::ReadRecording(recording.Path()).exchanges.size()); // no text went there
 }
 
 TEST(InspectParts, EndBySignalAfterTheirChildren) {

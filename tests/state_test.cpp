@@ -408,7 +408,7 @@ protected:
     }
 
     const std::vector<zfslib::executors::Exchange> recorded =
-        zfslib::executors::ReadRecording(ZFSLIB_RECORDINGS "/solaris-state.rec");
+        zfslib::executors::ReadRecording(ZFSLIB_RECORDINGS "/solaris-state.rec").exchanges;
 };
 
 TEST_F(SolarisState, WhatMovesIsReadAgainTwice) {
