@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
         zfslib::Executors::SetProcessExecutor(executor); // quotas are read through it
         for (const zfslib::Zpool& pool : zfslib::ZpoolEnumerator::Enumerate(executor)) {
             std::cout << pool.name << ": " << zfslib::Zpool::StateToString(pool.state) << ", "
-                      << pool.GetAvailableSize() << " bytes free\n";
+                      << pool.size - pool.allocated << " bytes free\n";
             zfslib::ZfsDatasetEnumerator enumerator;
             const auto [datasets, warnings] = enumerator.Enumerate(pool.name, executor);
             for (const zfslib::ZfsDataset& dataset : datasets)

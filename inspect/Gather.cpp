@@ -2,7 +2,9 @@
 
 #include "executors/ReplayingExecutor.h"
 #include "inspect/Escape.h"
+#include "inspect/HealthGather.h"
 #include "inspect/MissingTools.h"
+#include "inspect/Operands.h"
 #include "inspect/Size.h"
 #include "logging/logging.h"
 #include "posix/CSimpleCmdExec.h"
@@ -89,12 +91,12 @@ std::vector<PropertyEntry> SetQuotas(const ZfsProperties& properties) {
     return entries;
 }
 
-PoolEntry MakePoolEntry(Zpool&& pool, bool withProperties) {
-    PoolEntry entry;
+/// The sizes with the deduplication correction.
+void ComputeSpace(PoolEntry& entry) {
     const auto compute = [&](std::optional<std::uint64_t>& target,
                              std::uint64_t (Zpool::*space)() const) {
         try {
-            target = (pool.*space)();
+            target = (*entry.pool.*space)();
         } catch (const std::exception& error) {
             entry.spaceError = error.what();
         }
@@ -102,25 +104,56 @@ PoolEntry MakePoolEntry(Zpool&& pool, bool withProperties) {
     compute(entry.size, &Zpool::GetMaxSize);
     compute(entry.allocated, &Zpool::GetAllocatedSize);
     compute(entry.available, &Zpool::GetAvailableSize);
+}
+
+/// Reads one pool, of which `row` is the line of `zpool list` below its header. The enumeration of
+/// all pools fails at one that is FAULTED or SUSPENDED, which must not hide the others.
+PoolEntry GatherPool(const std::string& header, const std::string& row, bool withProperties,
+                     const CommandExecutor& executor) {
+    PoolEntry entry;
+    entry.space = zfslib::PoolSpace::Parse(header + row).at(0);
+    entry.name = entry.space.name;
+    entry.error = RefusedPool(entry.name);
+    if (!entry.error.empty())
+        return entry;
+    const auto keepHealth = [&](const std::string& command) {
+        std::string output = executor(command);
+        if (util::str_is_starts_with(command, "/usr/bin/env -i zpool status "))
+            entry.health = zfslib::PoolHealth::Parse(output);
+        return output;
+    };
+    try {
+        entry.pool =
+            zfslib::ZpoolEnumerator::ExtractZpoolsFromOutput(header + row, keepHealth).at(0);
+    } catch (const std::exception& error) {
+        entry.error = logging::Describe(error);
+        return entry;
+    }
+    ComputeSpace(entry);
     if (withProperties)
-        Zpool::Properties::ForEach(pool.properties, [&entry](const auto& property) {
+        Zpool::Properties::ForEach(entry.pool->properties, [&entry](const auto& property) {
             if (property.GetState() != PropState::Unset)
                 entry.properties.push_back(MakePropertyEntry(property));
         });
-    entry.pool = std::move(pool);
     return entry;
 }
 
 Report GatherPools(const Options& options, const CommandExecutor& executor) {
     PoolsReport report;
     report.withProperties = options.properties != PropertyChoice::None;
-    std::vector<std::string> missing = options.operands;
-    for (Zpool& pool : zfslib::ZpoolEnumerator::Enumerate(executor)) {
-        const auto& wanted = options.operands;
-        if (!wanted.empty() && std::find(wanted.begin(), wanted.end(), pool.name) == wanted.end())
+    const std::vector<std::string>& wanted = options.operands;
+    std::vector<std::string> missing = wanted;
+    const std::string list = executor("/usr/bin/env -i zpool list -o name,size,alloc");
+    std::string_view rest = list;
+    const std::string header = rest.empty() ? "" : std::string(util::ConsumeLine(rest)) + "\n";
+    while (!rest.empty()) {
+        const std::string row(util::ConsumeLine(rest));
+        const std::vector<zfslib::PoolSpace> pool = zfslib::PoolSpace::Parse(header + row);
+        if (pool.empty() || (!wanted.empty() &&
+                             std::find(wanted.begin(), wanted.end(), pool[0].name) == wanted.end()))
             continue;
-        missing.erase(std::remove(missing.begin(), missing.end(), pool.name), missing.end());
-        report.pools.push_back(MakePoolEntry(std::move(pool), report.withProperties));
+        missing.erase(std::remove(missing.begin(), missing.end(), pool[0].name), missing.end());
+        report.pools.push_back(GatherPool(header, row, report.withProperties, executor));
     }
     std::string names;
     for (const std::string& name : missing)
@@ -426,6 +459,12 @@ DatasetProperties DatasetsReport::Properties(const ZfsDataset& dataset) const {
 }
 
 std::string Incompleteness(const Report& report) {
+    if (const auto* pools = std::get_if<PoolsReport>(&report)) {
+        const auto count = std::count_if(pools->pools.begin(), pools->pools.end(),
+                                         [](const PoolEntry& pool) { return !pool.error.empty(); });
+        if (count != 0)
+            return util::str_format("%1 of %2 pools cannot be read", count, pools->pools.size());
+    }
     if (const auto* locations = std::get_if<LocateReport>(&report)) {
         const auto& paths = locations->paths;
         const auto count = std::count_if(paths.begin(), paths.end(), [](const LocatedPath& path) {
@@ -444,6 +483,8 @@ Report Gather(const Options& options, const CommandExecutor& executor) {
     switch (options.command) {
     case Command::Pools:
         return GatherPools(options, executor);
+    case Command::Health:
+        return GatherHealth(options, executor);
     case Command::Tools:
         return ToolsReport{FromRecordedAnswers(zfslib::IsZfsToolsInstalled)};
     case Command::Datasets:

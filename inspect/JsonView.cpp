@@ -1,6 +1,7 @@
 #include "inspect/JsonView.h"
 
 #include "inspect/Gather.h"
+#include "inspect/HealthView.h"
 #include "inspect/Json.h"
 #include "inspect/StateJson.h"
 
@@ -27,27 +28,52 @@ Json QuotaJson(const PropertyEntry& quota) {
     return {{"name", quota.name}, {"value", quota.text}};
 }
 
-Json VirtualDeviceJson(const Zpool::VirtualDevice& device) {
-    return {{"name", device.name},
-            {"type", Zpool::VirtualDeviceTypeToString(device.type)},
-            {"devices", Array(device.devices, [](const auto& member) { return member.name; })}};
+/// The record knows no draid; the health of the pool tells it.
+bool IsDraid(const std::string& name, const PoolEntry& entry) {
+    if (!entry.health)
+        return false;
+    for (const zfslib::PoolHealth::Section& section : SectionsOf(*entry.health))
+        for (const zfslib::PoolHealth::Device& device : section.devices)
+            if (device.name == name && device.draid)
+                return true;
+    return false;
+}
+
+Json VirtualDevicesJson(const PoolEntry& entry, std::vector<Zpool::VirtualDevice> Zpool::*section) {
+    if (!entry.pool)
+        return Json::array();
+    return Array(*entry.pool.*section, [&entry](const Zpool::VirtualDevice& device) -> Json {
+        return {{"name", device.name},
+                {"type", IsDraid(device.name, entry)
+                             ? "draid"
+                             : Zpool::VirtualDeviceTypeToString(device.type)},
+                {"devices", Array(device.devices, [](const auto& member) { return member.name; })}};
+    });
+}
+
+/// The state of the record is a word of the tools, too, but not one of all.
+Json StateJson(const PoolEntry& entry) {
+    if (entry.pool)
+        return Zpool::StateToString(entry.pool->state);
+    return entry.health ? NullIfEmpty(entry.health->stateText) : Json();
 }
 
 Json PoolJson(const PoolEntry& entry, bool withProperties) {
-    const Zpool& pool = entry.pool;
-    Json json = {{"name", pool.name},
-                 {"state", Zpool::StateToString(pool.state)},
+    Json json = {{"name", entry.name},
+                 {"state", StateJson(entry)},
+                 {"error", NullIfEmpty(entry.error)},
                  {"size", NullIfMissing(entry.size)},
                  {"allocated", NullIfMissing(entry.allocated)},
                  {"available", NullIfMissing(entry.available)},
                  {"spaceError", NullIfEmpty(entry.spaceError)},
-                 {"rawSize", pool.size},
-                 {"rawAllocated", pool.allocated},
-                 {"devices", Array(pool.devices, VirtualDeviceJson)},
-                 {"logs", Array(pool.logs, VirtualDeviceJson)},
-                 {"caches", Array(pool.caches, VirtualDeviceJson)},
-                 {"metas", Array(pool.metas, VirtualDeviceJson)},
-                 {"spares", Array(pool.spares, VirtualDeviceJson)}};
+                 {"rawSize", NullIfMissing(entry.space.size)},
+                 {"rawAllocated", NullIfMissing(entry.space.allocated)},
+                 {"devices", VirtualDevicesJson(entry, &Zpool::devices)},
+                 {"logs", VirtualDevicesJson(entry, &Zpool::logs)},
+                 {"caches", VirtualDevicesJson(entry, &Zpool::caches)},
+                 {"metas", VirtualDevicesJson(entry, &Zpool::metas)},
+                 {"spares", VirtualDevicesJson(entry, &Zpool::spares)},
+                 {"health", entry.health ? HealthJson(*entry.health) : Json()}};
     if (withProperties)
         json["properties"] = Array(entry.properties, PropertyJson);
     return json;
@@ -98,6 +124,7 @@ struct ToJson {
                      return PoolJson(pool, report.withProperties);
                  })}};
     }
+    Json operator()(const HealthReport& report) const { return HealthReportJson(report); }
     Json operator()(const ToolsReport& report) const { return {{"installed", report.installed}}; }
     Json operator()(const VolumeReport& report) const {
         return {{"volume", report.volume}, {"device", report.device}, {"found", report.found}};

@@ -114,11 +114,37 @@ void AddCommonOptions(CLI::App& app, Options& options) {
     app.add_flag("--verbose", options.verbose, "Write the library's log to standard error");
 }
 
+void AddHealth(CLI::App& app, CommandLine& line) {
+    Options& options = line.options;
+    CLI::App* health = AddCommand(app, line, Command::Health, "health",
+                                  "Say which pools are not healthy, why, and what to do; the exit "
+                                  "status is 3 if one is not");
+    AddOperands(health, line, "POOL", "Only these pools", RefusedPool);
+    health->add_flag("--all", options.allDevices, "Show every device");
+    health
+        ->add_option("--capacity", options.limits.capacityPercent,
+                     "A pool this full is not healthy (default 90)")
+        ->type_name("PERCENT")
+        ->check(Checked(RefusedNumber));
+    health
+        ->add_option(
+            "--scrub-age", options.limits.scrubAgeDays,
+            "A pool that was not scrubbed for so long is not healthy (default: never mind)")
+        ->type_name("DAYS")
+        ->check(Checked(RefusedNumber));
+    health
+        ->add_flag("--metrics", options.metrics,
+                   "Print OpenMetrics text, for node_exporter's textfile collector")
+        ->excludes(app.get_option("--json"));
+}
+
 void AddCommands(CLI::App& app, CommandLine& line) {
     CLI::App* pools =
         AddCommand(app, line, Command::Pools, "pools", "Show the pools: state, space and devices");
     AddOperands(pools, line, "POOL", "Only these pools", RefusedPool);
     pools->add_flag("--properties", line.allProperties, "Also show every property that was read");
+
+    AddHealth(app, line);
 
     AddCommand(app, line, Command::Tools, "tools", "Say whether the ZFS tools are installed");
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "inspect/HealthReport.h"
 #include "zfstools/ZfsDataset.h"
 
 #include <cstddef>
@@ -11,7 +12,7 @@
 
 namespace inspect {
 
-enum class Command { Pools, Tools, Datasets, Volume, Locate, Importable, State };
+enum class Command { Pools, Health, Tools, Datasets, Volume, Locate, Importable, State };
 
 /// Which properties are asked for.
 enum class PropertyChoice { None, Read, Changed };
@@ -35,7 +36,10 @@ struct Options {
     std::vector<std::string> operands;
     PropertyChoice properties = PropertyChoice::None;
     bool flat = false;
-    bool withAll = false; ///< of a state, not only what was set
+    bool withAll = false;    ///< of a state, not only what was set
+    bool allDevices = false; ///< of pools that are healthy, too
+    HealthLimits limits;     ///< what counts as unhealthy
+    bool metrics = false;    ///< in place of text
     /// The types of datasets that are asked for, without repetition.
     std::vector<zfslib::ZfsDataset::Type> types = {
         zfslib::ZfsDataset::filesystem, zfslib::ZfsDataset::snapshot, zfslib::ZfsDataset::volume};

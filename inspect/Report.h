@@ -1,5 +1,6 @@
 #pragma once
 
+#include "inspect/HealthReport.h"
 #include "inspect/StateReport.h"
 #include "zfstools/Tools.h"
 #include "zfstools/ZfsDataset.h"
@@ -29,7 +30,14 @@ struct PropertyEntry {
 };
 
 struct PoolEntry {
-    zfslib::Zpool pool;
+    std::string name;
+    /// What `zpool list` prints: the name, size and allocated space.
+    zfslib::PoolSpace space;
+    /// Missing when the enumeration fails at it, for the reason in `error`.
+    std::optional<zfslib::Zpool> pool;
+    std::string error;
+    /// Missing when `zpool status` failed.
+    std::optional<zfslib::PoolHealth> health;
     /// Bytes with the deduplication correction; what cannot be computed is missing, for the reason
     /// in `spaceError`.
     std::optional<std::uint64_t> size;
@@ -108,7 +116,7 @@ struct ImportableReport {
     std::vector<zfslib::Pool4Import> pools;
 };
 
-using Report = std::variant<PoolsReport, ToolsReport, DatasetsReport, VolumeReport, LocateReport,
-                            ImportableReport, StateReport>;
+using Report = std::variant<PoolsReport, HealthReport, ToolsReport, DatasetsReport, VolumeReport,
+                            LocateReport, ImportableReport, StateReport>;
 
 } // namespace inspect

@@ -1,6 +1,7 @@
 #include "inspect/TextView.h"
 
 #include "inspect/Escape.h"
+#include "inspect/HealthView.h"
 #include "inspect/Size.h"
 #include "inspect/StateText.h"
 #include "inspect/Table.h"
@@ -24,42 +25,43 @@ void AddProperties(Table& table, const std::vector<PropertyEntry>& properties) {
     }
 }
 
-void AddSection(Table& table, const std::string& title,
-                const std::vector<Zpool::VirtualDevice>& devices) {
-    if (devices.empty())
-        return;
-    table.Add({title});
-    for (const Zpool::VirtualDevice& device : devices) {
-        table.Add({Indented(1, device.name), Zpool::VirtualDeviceTypeToString(device.type)});
-        const bool isSingle = device.devices.size() == 1 && device.devices[0].name == device.name;
-        if (!isSingle)
-            for (const Zpool::DeviceReference& member : device.devices)
-                table.Add({Indented(2, member.name)});
-    }
+/// What the tool prints; beside it, where deduplication makes a difference, what fits in all.
+void PrintSpace(std::ostream& out, const PoolEntry& entry) {
+    Table space;
+    const auto addSpace = [&](const char* title, const std::optional<std::uint64_t>& bytes,
+                              const std::optional<std::uint64_t>& corrected) {
+        const bool differs = entry.pool && corrected != bytes;
+        const std::string text =
+            corrected ? FormatSize(*corrected) + " corrected for deduplication"
+                      : "corrected for deduplication unknown: " + Fold(entry.spaceError);
+        space.Add({title, bytes ? FormatSize(*bytes) : "-", differs ? text : ""});
+    };
+    const zfslib::PoolSpace& pool = entry.space;
+    addSpace("size", pool.size, entry.size);
+    addSpace("allocated", pool.allocated, entry.allocated);
+    std::optional<std::uint64_t> free;
+    if (pool.size && pool.allocated && *pool.size >= *pool.allocated)
+        free = *pool.size - *pool.allocated;
+    addSpace("free", free, entry.available);
+    space.Print(out, indentStep);
 }
 
 void PrintPool(std::ostream& out, const PoolEntry& entry) {
-    const Zpool& pool = entry.pool;
+    const std::string state = entry.pool     ? Zpool::StateToString(entry.pool->state)
+                              : entry.health ? entry.health->stateText
+                                             : "";
     Table heading;
-    heading.Add({pool.name, Zpool::StateToString(pool.state)});
+    heading.Add({entry.name, state.empty() ? "unknown" : state});
     heading.Print(out, 0);
-
-    Table space;
-    const auto addSpace = [&](const char* title, const std::optional<std::uint64_t>& bytes) {
-        space.Add({title, bytes ? FormatSize(*bytes) : "unknown: " + Fold(entry.spaceError)});
-    };
-    addSpace("size", entry.size);
-    addSpace("allocated", entry.allocated);
-    addSpace("available", entry.available);
-    space.Print(out, indentStep);
-
-    Table devices;
-    AddSection(devices, "devices", pool.devices);
-    AddSection(devices, "logs", pool.logs);
-    AddSection(devices, "caches", pool.caches);
-    AddSection(devices, "metas", pool.metas);
-    AddSection(devices, "spares", pool.spares);
-    devices.Print(out, indentStep);
+    PrintField(out, "error", Fold(entry.error));
+    if (!entry.pool && entry.health)
+        PrintAdvice(out, *entry.health);
+    PrintSpace(out, entry);
+    if (entry.health) {
+        Table devices;
+        AddDevices(devices, *entry.health, DeviceChoice::All, "devices");
+        devices.Print(out, indentStep);
+    }
 
     if (entry.properties.empty())
         return;
@@ -91,6 +93,8 @@ struct TextPrinter {
             PrintPool(out, entry);
         }
     }
+
+    void operator()(const HealthReport& report) const { PrintHealthText(out, report); }
 
     void operator()(const ToolsReport& report) const {
         out << (report.installed ? "The ZFS tools are installed.\n"

@@ -1,6 +1,7 @@
 #include "inspect/Escape.h"
 #include "inspect/ExecutorChain.h"
 #include "inspect/Gather.h"
+#include "inspect/HealthView.h"
 #include "inspect/Interruption.h"
 #include "inspect/JsonView.h"
 #include "inspect/Options.h"
@@ -118,16 +119,20 @@ int Run(int argc, const char* const* argv) {
         LogToStandardError();
     const Report report = GatherUnlessInterrupted(options);
     PrintWarnings(report);
+    const auto* const health = std::get_if<HealthReport>(&report);
     if (options.json)
         PrintJson(std::cout, report);
+    else if (health != nullptr && options.metrics)
+        PrintHealthMetrics(std::cout, *health);
     else
         PrintText(std::cout, report);
     FlushOutput();
     const std::string missing = Incompleteness(report);
-    if (missing.empty())
-        return 0;
-    PrintError(missing);
-    return 1;
+    if (!missing.empty()) {
+        PrintError(missing);
+        return 1;
+    }
+    return health != nullptr ? health->ExitStatus() : 0;
 }
 
 } // namespace

@@ -159,6 +159,8 @@ TEST(PoolHealth, Scans) {
          "resilver running||1150|0h11m|0h1m|||"},
         {"scrub canceled on Thu Feb 29 00:00:00 2024",
          "scrub cancelled|||||||ended=Thu Feb 29 00:00:00 2024@1709164800"},
+        {"scrub canceled on Fri Jan 12 14:47:36 2007",
+         "scrub cancelled|||||||ended=Fri Jan 12 14:47:36 2007@1168613256"},
         {"scrub canceled on Mon the 2nd", "scrub cancelled|||||||"},
         {"scrub canceled on Sun Nov 2 24:13:22 2026", "scrub cancelled|||||||"},
         {"polishing the disks", "? ?|||||||"},

@@ -4,6 +4,7 @@
 #include "fakes.h"
 #include "inspect/Escape.h"
 #include "inspect/Gather.h"
+#include "inspect/HealthReport.h"
 #include "inspect/Interruption.h"
 #include "inspect/MissingTools.h"
 #include "inspect/Operands.h"
@@ -117,12 +118,218 @@ TEST(Inspect, ShowsPoolsPropertiesAndJson) {
         tank.at("properties").at(0).dump());
 }
 
+TEST(Inspect, ShowsThePoolsBesideASickOne) {
+    const TestFile host("sick.rec");
+    host.Record("zpool list -o name,size,alloc",
+                "NAME SIZE ALLOC\nbad - -\nmy pool 1G 1M\nwell 1G 1M\n");
+    host.Record("zpool status bad", " state: SUSPENDED\nstatus: Lost.\nconfig:\n\n"
+                                    "\tNAME     STATE     READ WRITE CKSUM\n"
+                                    "\tbad      UNAVAIL      0     0     0  no replicas\n"
+                                    "\t  c0     UNAVAIL      3 4.56K     0  cannot open\n");
+    host.Record("zpool status well",
+                " state: ONLINE\nconfig:\n\n"
+                "\tNAME               STATE     READ WRITE CKSUM\n"
+                "\twell               ONLINE       0     0     0\n"
+                "\t  draid1:2d:3c-0   ONLINE       0     0     0\n"
+                "\t    c1             ONLINE       0     0     0\n"
+                "\tspecial\t\n\t  c2               ONLINE       0     0     7\n");
+    host.Record("zpool get all well", "H\nwell dedupratio 1.5x -\n");
+    const Outcome outcome = Replay(host.Path(), {"pools"});
+    EXPECT_EQ(R"(bad  SUSPENDED
+    error     Incorrect zpool state value: SUSPENDED
+    status    Lost.
+    size       -
+    allocated  -
+    free       -
+    devices
+        c0   disk  UNAVAIL  read 3, write 4.56K  cannot open
+
+my pool  unknown
+    error     names with white space cannot be passed on to the tools
+    size       1G
+    allocated  1M
+    free       1023M
+
+well  ONLINE
+    size       1G     2G corrected for deduplication
+    allocated  1M     1.50M corrected for deduplication
+    free       1023M  2.00G corrected for deduplication
+    devices
+        draid1:2d:3c-0  draid  ONLINE
+            c1          disk   ONLINE
+    special
+        c2              disk   ONLINE  checksum 7
+)",
+              outcome.out);
+    EXPECT_EQ("zfsinspect: 2 of 3 pools cannot be read\n", outcome.err);
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(0, Replay(host.Path(), {"pools", "well"}).status);
+    const auto json = ReplayJson(host.Path(), {"pools"}).at("pools");
+    EXPECT_EQ("SUSPENDED", json.at(0).at("state"));
+    EXPECT_EQ("draid", json.at(2).at("devices").at(0).at("type"));
+    EXPECT_EQ(4669, json.at(0).at("health").at("root").at("devices").at(0).at("writeErrors"));
+}
+
+TEST(Inspect, JudgesHealth) {
+    const struct {
+        const char* status; ///< or the rest of it behind the state
+        const char* reasons;
+    } rows[] = {
+        {" state: ONLINE\n", ""},
+        {" state: NEWWORD\n", "poolState"},
+        {"config:\n", "?"},
+        {" state: ONLINE\nconfig:\n\tt ONLINE 0 0 0\n\t  a OFFLINE 0 0 0\n\tspares\n"
+         "\t  b AVAIL\n\t  c INUSE currently in use\n\t  d FAULTED corrupted data\n",
+         "deviceState deviceState"},
+        {" state: ONLINE\nconfig:\n\tt ONLINE 0 1 0\n\t  a ONLINE 0 0 2K\n\t  b ONLINE 0 0 0\n",
+         "deviceErrors deviceErrors"},
+        {" state: ONLINE\nerrors: No known data errors\n", ""},
+        {" state: ONLINE\nerrors: 3 data errors, use '-v' for a list\n", "dataErrors"},
+        {" state: ONLINE\nerrors: List of errors unavailable\n", "dataErrors"},
+        {" state: ONLINE\n  scan: resilvered 1K in 1 with 0 errors on never\n", ""},
+        {" state: ONLINE\n  scan: scrub repaired 0 in 1 with 2 errors on never\n", "scanErrors"},
+    };
+    static const char* const kinds[] = {"poolState",  "deviceState", "deviceErrors", "dataErrors",
+                                        "scanErrors", "capacity",    "scrubAge"};
+    const auto judge = [](const std::string& status, const zfslib::PoolSpace& space,
+                          const HealthLimits& limits, std::int64_t now) {
+        using zfslib::PoolHealth;
+        std::string text, error;
+        for (const HealthReason& reason :
+             Judge(PoolHealth::Parse(status, PoolHealth::Clock::Utc), space, limits, now, error))
+            text += (text.empty() ? "" : " ") + std::string(kinds[static_cast<int>(reason.kind)]);
+        return text + (error.empty() ? "" : "?");
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.reasons, judge(row.status, {}, {}, 0)) << row.status;
+    zfslib::PoolSpace space;
+    for (const std::uint64_t capacity : {89, 90}) {
+        space.capacity = capacity;
+        EXPECT_EQ(capacity == 90 ? "capacity" : "", judge(" state: ONLINE\n", space, {}, 0));
+    }
+
+    constexpr std::int64_t day = 86400;
+    const std::string epoch = " since Thu Jan  1 00:00:00 1970",
+                      end = " on Thu Jan  1 00:00:00 1970";
+    const std::pair<std::string, const char*> scans[] = {
+        {"none requested", "scrubAge scrubAge"},
+        {"scrub repaired 0 in 1 with 0 errors" + end, " scrubAge"},
+        {"scrub in progress" + epoch, " scrubAge"},
+        {"resilver in progress for 0h1m", " "},
+        {"scrub repaired 0 in 1 with 0 errors on Fri Jan  2 00:00:00 1970\n  scan: resilver (m) in "
+         "progress" +
+             epoch,
+         " "},
+    };
+    for (const auto& [scan, reasons] : scans) {
+        const std::string status = " state: ONLINE\n  scan: " + scan + "\n";
+        const HealthLimits limits{90, 30};
+        EXPECT_EQ(reasons, judge(status, {}, limits, 30 * day - 1) + " " +
+                               judge(status, {}, limits, 30 * day))
+            << scan;
+    }
+    using zfslib::PoolHealth;
+    std::string error;
+    const PoolHealth local =
+        PoolHealth::Parse(" state: ONLINE\n  scan: scrub canceled" + end + "\n");
+    EXPECT_TRUE(Judge(local, {}, {90, 30}, 0, error).empty());
+    EXPECT_THAT(error, HasSubstr("time zone"));
+}
+
+TEST(Inspect, SaysWhichPoolIsNotHealthyAndWhy) {
+    const struct {
+        const char* recording;
+        std::vector<std::string> arguments;
+        int status;
+        std::string text;
+    } rows[] = {
+        {"solaris-host", {}, 0, "tank   ONLINE  34% full  never scrubbed"},
+        {"solaris-host", {"--all"}, 0, "    cache\n        c3t2d0      disk    ONLINE\n"},
+        {"solaris-host", {"--capacity", "34"}, 3, "    limit     34 percent of the space are allo"},
+        {"solaris-host", {"tank", "nosuch"}, 1, "error     no such pool\n"},
+        {"mirror-host", {"--scrub-age", "1", "backup"}, 3, "limit     the pool was never scrubbed"},
+        {"solaris-host", {"--scrub-age", "1", "rpool"}, 1, "error     nobody knows the time zone"},
+        {"mirror-host",
+         {"tank"},
+         3,
+         R"(tank  DEGRADED  4% full  never scrubbed  no errors
+    status    One or more devices has been taken offline by the administrator.
+              Sufficient replicas exist for the pool to continue functioning in
+              a degraded state.
+    action    Online the device using 'zpool online' or replace the device with
+              'zpool replace'.
+    devices
+        mirror-0  mirror  DEGRADED
+            sdb   disk    OFFLINE
+)"},
+        {"sick-health", {"susp"}, 3, "        sdc  disk  ONLINE  write 15003\n    damaged\n"},
+        {"sick-health", {"damaged"}, 3, "    damaged\n        /damaged/x\n    scan      scrub"},
+        {"sick-health",
+         {"distributed"},
+         3,
+         R"(        draid1:2d:6c:1s-0   draid             DEGRADED
+            spare-1         spare             DEGRADED
+                /disks/i1   file              FAULTED     external device fault
+                draid1-0-0  distributedSpare  ONLINE
+    spares
+        draid1-0-0          distributedSpare  INUSE       currently in use
+)"},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> arguments = {"health"};
+        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+        const Outcome outcome = Replay(row.recording, arguments);
+        EXPECT_EQ(row.status, outcome.status) << row.text;
+        EXPECT_THAT(outcome.out, HasSubstr(row.text));
+    }
+    const auto pool = ReplayJson("sick-health", {"health", "cksum"}).at("pools").at(0);
+    EXPECT_EQ(R"([{"device":"/disks/d1","kind":"deviceErrors","section":null,)"
+              R"("text":"/disks/d1 has errors: checksum 175"}])",
+              pool.at("reasons").dump());
+}
+
+TEST(Inspect, MetricsAreOpenMetrics) {
+    const std::string program = R"(for python in python3 /usr/bin/python3; do
+        $python -c 'import prometheus_client' 2>/dev/null && exec $python -c '
+from prometheus_client.openmetrics.parser import text_fd_to_metric_families
+from prometheus_client.parser import text_string_to_metric_families
+import sys
+text = sys.stdin.read()
+for family in list(text_string_to_metric_families(text)): assert family.type == "gauge", family
+import io
+for family in text_fd_to_metric_families(io.StringIO(text)):
+    for sample in family.samples: print(sample.name, sample.labels, sample.value)'
+        done; exit 77)";
+    const TestFile host("metrics.rec");
+    host.Record("zpool list -o name,size,alloc", "NAME SIZE ALLOC\nt 4G 1G\n");
+    host.Record("zpool status t",
+                " state: FAULTED\nconfig:\n\n\tt ONLINE 0 0 0\n\t  raidz1 ONLINE 0 0 "
+                "0\n\t    \"\\\xff ONLINE 1K 2 3\n\t  raidz1 ONLINE 0 0 0\n"
+                "\t    c1 ONLINE 0 0 0\nerrors: 5 data errors, use '-v'\n");
+    const Outcome metrics = Replay(host.Path(), {"health", "--metrics"});
+    EXPECT_EQ(3, metrics.status);
+    const TestFile text("metrics.prom");
+    std::ofstream(text.Path()) << metrics.out;
+    const Outcome read = RunProgram("/bin/sh", {"-c", "{ " + program + "; } <" + text.Path()});
+    if (read.status == 77)
+        GTEST_SKIP() << "no python3 with prometheus_client";
+    EXPECT_EQ(0, read.status) << read.err << metrics.out;
+    for (const char* sample :
+         {"zfs_pool_healthy {'pool': 't'} 0\n",
+          "zfs_pool_state {'pool': 't', 'state': 'FAULTED'} 1\n",
+          "zfs_pool_capacity_ratio {'pool': 't'} 0.25\n", "zfs_pool_data_errors {'pool': 't'} 5\n",
+          "'group': 'raidz1', 'device': '\"\\\\\\\\\\\\xff'} 1024\n",
+          "'group': 'raidz1#2', 'device': 'c1', 'state': 'ONLINE'} 1\n"})
+        EXPECT_THAT(read.out, HasSubstr(sample));
+}
+
 TEST(Inspect, SaysWhichSpaceCannotBeComputed) {
     const TestFile host("space.rec");
     host.Record("zpool list -o name,size,alloc", "NAME SIZE ALLOC\nt 1G 1M\n");
     host.Record("zpool status t", " state: ONLINE\n");
     host.Record("zpool get all t", "H\nt dedupratio many -\n");
-    EXPECT_THAT(Replay(host.Path(), {"pools"}).out, HasSubstr("\n    size       unknown: Error, "));
+    EXPECT_THAT(Replay(host.Path(), {"pools"}).out,
+                HasSubstr("\n    size       1G     corrected for deduplication unknown: Error, "));
     const auto pool = ReplayJson(host.Path(), {"pools"}).at("pools").at(0);
     EXPECT_TRUE(pool.at("available").is_null());
     EXPECT_THAT(pool.at("spaceError"), HasSubstr("[dedupratio]:[many]"));
@@ -315,6 +522,8 @@ TEST(Inspect, FailsWithOneLineAndRunsNothingAfterAUsageError) {
         {{"locate", "/a", "b"}, 2, "[b] is refused: the path is not absolute"},
         {{"--timeout", "-1", "tools"}, 2, "digits"},
         {{"--replay", "x", "tools"}, 2, "excludes"},
+        {{"health", "--metrics", "--json"}, 2, "excludes"},
+        {{"health", "--capacity", "x"}, 2, "digits"},
         {{"datasets", "nosuch"}, 1, "zfs"},
     };
     for (const auto& row : rows) {

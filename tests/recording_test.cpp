@@ -348,14 +348,16 @@ TEST(Recordings, EveryOneIsCanonicalAndEnumerates) {
         const std::string text = TextOf(entry.path());
         EXPECT_EQ(text.substr(text.find("\n$ ") + 1), written);
 
-        if (util::str_is_finishes_with(entry.path().stem().string(), "-state"))
-            continue; // a state was recorded, which is read by others
+        const std::string stem = entry.path().stem().string();
+        if (util::str_is_finishes_with(stem, "-state") ||
+            util::str_is_finishes_with(stem, "-health"))
+            continue; // a state or the health was recorded, which is read by others
         const CommandExecutor executor = Replayer(entry.path()).Executor();
         const InstalledExecutor installed(executor);
-        std::string& pools = found[entry.path().stem()];
+        std::string& pools = found[stem];
         for (const Zpool& pool : ZpoolEnumerator::Enumerate(executor)) {
             pools += pool.name + " ";
-            if (!util::str_is_finishes_with(entry.path().stem().string(), "-host"))
+            if (!util::str_is_finishes_with(stem, "-host"))
                 continue; // only pools were recorded
             const auto result = ZfsDatasetEnumerator().Enumerate(pool.name, executor);
             EXPECT_THAT(result.second, ElementsAre()) << pool.name;

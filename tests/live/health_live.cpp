@@ -1,0 +1,302 @@
+#include "tests/live/Host.h"
+#include "util/str.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using Json = nlohmann::ordered_json; // devices have to stand in the tool's order
+using live::OutputOf;
+
+/// Lines and runs of blanks do not matter: `zpool status -j` keeps the line breaks of its texts.
+std::string Folded(const Json& text) {
+    std::string folded;
+    for (const std::string& word : util::split(text.is_string() ? text.get<std::string>() : ""))
+        folded += word + " ";
+    return folded;
+}
+
+/// As `date` prints it, in UTC.
+std::string TimeText(const Json& seconds) {
+    return live::ValueOf("LC_ALL=C TZ=UTC0 date -d @" + seconds.dump() + " '+%a %b %e %T %Y'");
+}
+
+/// What both say of a device, from the tool's own JSON.
+Json ToldByTool(const Json& device) {
+    Json told = {{"name", device.at("name")}, {"state", device.at("state")}};
+    const std::string type = device.at("vdev_type");
+    told["type"] = type == "dspare" ? "distributedSpare" : type;
+    const bool isSpare =
+        device.value("class", "") == "spare" && type != "spare" && !device.contains("read_errors");
+    for (const char* errors : {"read_errors", "write_errors", "checksum_errors"})
+        told[errors] = isSpare ? Json() : device.at(errors);
+    if (device.contains("slow_ios"))
+        told["slow_ios"] = device.at("slow_ios");
+    told["hasNote"] = device.contains("aux") || device.contains("removing");
+    told["devices"] = Json::array();
+    if (device.contains("vdevs"))
+        for (const auto& member : device.at("vdevs"))
+            told["devices"].push_back(ToldByTool(member));
+    return told;
+}
+
+/// The same from the JSON of zfsinspect; `tool` says which fields are there to be compared.
+Json ToldByUs(const Json& device, const Json& tool) {
+    Json told = {{"name", device.at("name")}, {"state", device.at("state")}};
+    const std::string type = device.at("type");
+    told["type"] = util::str_is_starts_with(type, "raidz") ? "raidz" : type;
+    told["read_errors"] = device.at("readErrors");
+    told["write_errors"] = device.at("writeErrors");
+    told["checksum_errors"] = device.at("checksumErrors");
+    if (tool.contains("slow_ios")) // the text has it for groups as well
+        told["slow_ios"] = device.at("slowIos");
+    told["hasNote"] = tool.at("hasNote") == true ? Json(!device.at("note").is_null()) : Json(false);
+    told["devices"] = Json::array();
+    for (std::size_t i = 0; i < device.at("devices").size(); ++i)
+        told["devices"].push_back(ToldByUs(
+            device.at("devices")[i], i < tool.at("devices").size()
+                                         ? tool.at("devices")[i]
+                                         : Json{{"hasNote", false}, {"devices", Json::array()}}));
+    return told;
+}
+
+class Health : public testing::Test {
+protected:
+    void TearDown() override {
+        live::Run("zinject -c all");
+        Set("zfs_scan_suspend_progress", 0);
+        Set("zfs_removal_suspend_progress", 0);
+        Set("raidz_expand_max_reflow_bytes", 0);
+    }
+
+    /// A pool with something in it.
+    std::string Pool(const std::string& name, const std::string& devices, unsigned megabytes = 4) {
+        const std::string pool = host.MakePool(name, devices);
+        file = host.Folder() / name / "file";
+        OutputOf("dd if=/dev/urandom of=" + file +
+                 " bs=1M status=none count=" + std::to_string(megabytes) + "; zpool sync " + pool);
+        return pool;
+    }
+
+    static void Set(const std::string& parameter, int value) {
+        OutputOf("echo " + std::to_string(value) + " > /sys/module/zfs/parameters/" + parameter);
+    }
+
+    static Json ToolStatus(const std::string& pool, const std::string& options = "") {
+        return Json::parse(OutputOf("zpool status -j --json-int " + options + pool))
+            .at("pools")
+            .at(pool);
+    }
+
+    static Json OurStatus(const std::string& pool) {
+        const live::Outcome outcome =
+            live::Run(std::string(std::getenv("ZFSINSPECT")) + " --json health " + pool);
+        EXPECT_TRUE(outcome.status == 0 || outcome.status == 3) << outcome.status << outcome.errors;
+        return Json::parse(outcome.output).at("pools").at(0);
+    }
+
+    /// Holds what zfsinspect says of a pool against what the tool itself does, field by field, and
+    /// returns the former.
+    static Json Compare(const std::string& pool) {
+        const Json tool = ToolStatus(pool);
+        const Json entry = OurStatus(pool);
+        const Json& ours = entry.at("health");
+        EXPECT_EQ(ours.at("state"), tool.at("state"));
+        EXPECT_EQ(Folded(ours.at("status")), Folded(tool.value("status", "")));
+        EXPECT_EQ(Folded(ours.at("action")), Folded(tool.value("action", "")));
+        EXPECT_EQ(Folded(ours.at("see")), Folded(tool.value("moreinfo", "")));
+        EXPECT_EQ(ours.at("dataErrors"), tool.at("error_count"));
+        EXPECT_TRUE(ours.at("unread").empty() && ours.at("otherTexts").empty()) << ours;
+        CompareScan(ours, tool);
+        CompareTimes(ours, tool);
+        CompareDevices(ours, tool);
+        return entry;
+    }
+
+private:
+    static void CompareScan(const Json& ours, const Json& tool) {
+        ASSERT_EQ(ours.at("scans").size(), tool.contains("scan_stats") ? 1U : 0U);
+        if (!tool.contains("scan_stats"))
+            return;
+        const Json& scan = ours.at("scans")[0];
+        const Json& stats = tool.at("scan_stats");
+        const std::string state = stats.at("state");
+        const bool isPaused = stats.at("scrub_pause") != 0;
+        EXPECT_EQ(scan.at("kind"), stats.at("function") == "SCRUB" ? "scrub" : "resilver");
+        EXPECT_EQ(scan.at("state"), state == "FINISHED"   ? "finished"
+                                    : state == "CANCELED" ? "cancelled"
+                                    : isPaused            ? "paused"
+                                                          : "running");
+        if (state == "SCANNING") {
+            EXPECT_EQ(scan.at("started").at("seconds"), stats.at("start_time"));
+            const double done = stats.at("issued").get<double>() * 100 /
+                                std::max(1.0, stats.at("to_examine").get<double>() -
+                                                  stats.at("skipped").get<double>());
+            EXPECT_NEAR(scan.at("percentDone").get<double>(), done, 0.01);
+        } else {
+            EXPECT_EQ(scan.at("ended").at("seconds"), stats.at("end_time"));
+        }
+        if (state == "SCANNING" && isPaused) {
+            EXPECT_EQ(scan.at("paused").at("seconds"), stats.at("scrub_pause"));
+        }
+        if (state == "FINISHED") {
+            EXPECT_EQ(scan.at("errors"), stats.at("errors"));
+        }
+        if (state != "CANCELED") { // three digits
+            const auto processed = stats.at("processed").get<double>();
+            EXPECT_NEAR(scan.at("repaired").get<double>(), processed, processed / 100);
+        }
+    }
+
+    /// Of these the text tells more than is read of it.
+    static void CompareTimes(const Json& ours, const Json& tool) {
+        const std::pair<const char*, const char*> texts[] = {{"remove", "removal_stats"},
+                                                             {"checkpoint", "checkpoint_stats"},
+                                                             {"expand", "raidz_expand_stats"}};
+        for (const auto& [text, stats] : texts) {
+            ASSERT_EQ(ours.at(text).is_null(), !tool.contains(stats)) << text;
+            if (!tool.contains(stats))
+                continue;
+            const bool isOver = tool.at(stats).value("end_time", 0) != 0;
+            const std::string time =
+                TimeText(tool.at(stats).at(isOver ? "end_time" : "start_time"));
+            EXPECT_NE(ours.at(text).get<std::string>().find(time), std::string::npos)
+                << ours.at(text) << " " << time;
+        }
+    }
+
+    static void CompareDevices(const Json& ours, const Json& tool) {
+        Json tools = Json::object();
+        tools[""] = Json::array({ToldByTool(tool.at("vdevs").begin().value())});
+        for (const char* section : {"dedup", "special", "logs", "l2cache", "spares"})
+            if (tool.contains(section))
+                for (const auto& device : tool.at(section))
+                    tools[section == std::string("l2cache") ? "cache" : section].push_back(
+                        ToldByTool(device));
+        tools[""][0]["type"] = "group"; // the tool's word is root
+        Json own = Json::object();
+        own[""] = Json::array({ToldByUs(ours.at("root"), tools[""][0])});
+        for (const auto& section : ours.at("sections"))
+            for (const auto& device : section.at("devices")) {
+                Json& devices = own[section.at("name").get<std::string>()];
+                const Json& others = tools[section.at("name").get<std::string>()];
+                if (devices.size() < others.size())
+                    devices.push_back(ToldByUs(device, others[devices.size()]));
+                else
+                    ADD_FAILURE() << "a device too many: " << device;
+            }
+        EXPECT_EQ(own.dump(1), tools.dump(1));
+    }
+
+protected:
+    live::Host host;
+    std::string file;
+};
+
+TEST_F(Health, OfflineAndScrubPausedAndCancelled) {
+    const std::string pool = Pool("h", "mirror" + host.Disks(2));
+    EXPECT_TRUE(Compare(pool).at("healthy"));
+    OutputOf("zpool offline " + pool + " " + (host.Folder() / "disk1").string());
+    EXPECT_EQ(Compare(pool).at("reasons").size(), 3U);
+    Set("zfs_scan_suspend_progress", 1);
+    OutputOf("zpool scrub " + pool);
+    Compare(pool);
+    OutputOf("zpool scrub -p " + pool);
+    Compare(pool);
+    OutputOf("zpool scrub -s " + pool);
+    EXPECT_EQ(Compare(pool).at("health").at("scans")[0].at("state"), "cancelled");
+}
+
+TEST_F(Health, ReplacedWhileResilvering) {
+    const std::string pool = Pool("h", "raidz1" + host.Disks(3));
+    Set("zfs_scan_suspend_progress", 1);
+    OutputOf("zpool replace " + pool + " " + (host.Folder() / "disk1").string() + host.Disks(1));
+    const Json row = Compare(pool).at("health").at("root").at("devices")[0].at("devices")[1];
+    EXPECT_EQ(row.at("type"), "replacing");
+}
+
+TEST_F(Health, ChecksumErrorsAndDamagedFile) {
+    const std::string disks = host.Disks(2);
+    const std::string pool = Pool("h", "mirror" + disks);
+    OutputOf("zinject -d " + (host.Folder() / "disk1").string() + " -e corrupt -T read -f 100 " +
+             pool + " && zpool scrub -w " + pool + " && zinject -c all");
+    const Json reasons = Compare(pool).at("reasons");
+    ASSERT_EQ(reasons.size(), 1U);
+    EXPECT_EQ(reasons[0].at("kind"), "deviceErrors");
+
+    const std::string damaged = Pool("d", host.Disks(1));
+    OutputOf("zinject -t data -e io -f 100 " + file + " && zpool scrub -w " + damaged);
+    const Json files = Compare(damaged).at("health").at("damagedFiles");
+    EXPECT_EQ(files, ToolStatus(damaged, "-v ").at("errlist"));
+    EXPECT_EQ(files, Json::array({file}));
+}
+
+TEST_F(Health, FaultedLogAndRemovalAndCheckpoint) {
+    const std::string disks = host.Disks(3, 128) + " log"; // disk0 to disk2
+    const std::string pool = Pool("h", disks + host.Disks(1), 20);
+    const std::string folder = host.Folder().string();
+    OutputOf("zpool offline -f " + pool + " " + folder + "/disk3");
+    EXPECT_EQ(Compare(pool).at("reasons").back().at("section"), "logs");
+    Set("zfs_removal_suspend_progress", 1);
+    OutputOf("zpool remove " + pool + " " + folder + "/disk1");
+    Compare(pool);
+    Set("zfs_removal_suspend_progress", 0);
+    OutputOf("zpool wait -t remove " + pool);
+    Compare(pool);
+    OutputOf("zpool checkpoint " + pool);
+    EXPECT_FALSE(Compare(pool).at("health").at("checkpoint").is_null());
+}
+
+TEST_F(Health, RaidzExpansion) {
+    const std::string pool = Pool("h", "raidz1" + host.Disks(3), 20);
+    Set("raidz_expand_max_reflow_bytes", 1000000);
+    OutputOf("zpool attach " + pool + " raidz1-0" + host.Disks(1));
+    EXPECT_FALSE(Compare(pool).at("health").at("expand").is_null());
+    Set("raidz_expand_max_reflow_bytes", 0);
+    OutputOf("zpool wait -t raidz_expand " + pool + " && zpool wait -t scrub " + pool);
+    Compare(pool);
+}
+
+TEST_F(Health, DraidWithDistributedSpare) {
+    const std::string pool = Pool("h", "draid1:2d:6c:1s" + host.Disks(6));
+    const std::string disk = (host.Folder() / "disk1").string();
+    OutputOf("zpool offline -f " + pool + " " + disk + " && zpool replace " + pool + " " + disk +
+             " draid1-0-0 && zpool wait -t resilver " + pool);
+    const Json draid = Compare(pool).at("health").at("root").at("devices")[0];
+    EXPECT_EQ(draid.at("draid").dump(), R"({"parity":1,"data":2,"children":6,"spares":1})");
+}
+
+TEST_F(Health, Suspended) {
+    const std::string pool = Pool("h", host.Disks(1));
+    const std::string disk = (host.Folder() / "disk0").string();
+    OutputOf("zinject -d " + disk + " -e nxio -T all -f 100 " + pool + " && zinject -d " + disk +
+             " -e io -T all -f 100 " + pool);
+    live::Run("timeout 8 zpool scrub " + pool + " & timeout 8 zpool sync " + pool);
+    EXPECT_EQ(Compare(pool).at("reasons")[0].at("text"), "the pool is SUSPENDED");
+    OutputOf("zinject -c all && zpool clear " + pool);
+}
+
+/// The disks of this one are made by a kernel module, so that they can be taken away.
+TEST_F(Health, RemovedDiskAndItsSpare) {
+    if (live::Run(
+            "modprobe scsi_debug dev_size_mb=96 add_host=4 per_host_store=1 && udevadm settle")
+            .status != 0)
+        GTEST_SKIP() << "no disks that can be taken away";
+    const auto disks = live::RowsOf("grep -l scsi_debug /sys/block/*/device/model | cut -d/ -f4");
+    ASSERT_GE(disks.size(), 3U);
+    const std::string gone = disks[1][0], spare = disks[2][0];
+    const std::string pool = Pool("h", "mirror " + disks[0][0] + " " + gone + " spare " + spare);
+    OutputOf("echo 1 > /sys/block/" + gone + "/device/delete; echo x > " + file +
+             " && zpool sync " + pool);
+    EXPECT_EQ(Compare(pool).at("health").at("root").at("devices")[0].at("devices")[1].at("state"),
+              "REMOVED");
+    OutputOf("zpool replace " + pool + " " + gone + " " + spare + " && zpool wait -t resilver " +
+             pool);
+    EXPECT_EQ(Compare(pool).at("health").at("sections")[0].at("devices")[0].at("state"), "INUSE");
+}
+
+} // namespace
