@@ -26,7 +26,7 @@ std::string Printable(std::string text) {
 }
 
 /// The first line of what a recorder writes.
-std::string Head() {
+std::string Head(const std::string& otherHost) {
     struct utsname system {};
     uname(&system);
     const std::time_t now = std::time(nullptr);
@@ -37,9 +37,12 @@ std::string Head() {
     const std::string date = number(utc.tm_year + firstYear) + "-" + number(utc.tm_mon + 1) + "-" +
                              number(utc.tm_mday) + " " + number(utc.tm_hour) + ":" +
                              number(utc.tm_min) + ":" + number(utc.tm_sec);
-    return Printable(util::str_format("\\begin zfslib %1, host %2, %3 %4 %5 %6, %7 UTC",
-                                      ZFSLIB_VERSION, system.nodename, system.sysname,
-                                      system.release, system.version, system.machine, date)) +
+    const std::string host =
+        otherHost.empty() ? util::str_format("%1, %2 %3 %4 %5", system.nodename, system.sysname,
+                                             system.release, system.version, system.machine)
+                          : util::str_format("%1, seen from %2", otherHost, system.nodename);
+    return Printable(
+               util::str_format("\\begin zfslib %1, host %2, %3 UTC", ZFSLIB_VERSION, host, date)) +
            "\n";
 }
 
@@ -63,7 +66,7 @@ public:
         Require(Try([&] {
             if (cutBytes > 0)
                 posix::internal::Truncate(file_.descriptor, size);
-            Write((endsInLine ? "\n" : "") + Head());
+            Write((endsInLine ? "\n" : "") + Head(options.otherHost));
         }));
     }
 

@@ -16,6 +16,8 @@ struct RecorderOptions {
     /// that others may write to, and a way through folders that others may write to. In a folder
     /// like /tmp the caller's own files are fine. Access-control lists are not looked at.
     bool anyPlace = false;
+    /// The host that the commands are run on, for the first line, where it is not this one.
+    std::string otherHost = {};
 };
 
 /// Records what other executors do, in one file. Every exchange is written as soon as it was

@@ -76,6 +76,7 @@ CommandExecutor LiveExecutor(const Options& options, ToolWarnings& warnings,
     if (options.record) {
         zfslib::executors::RecorderOptions recording;
         recording.anyPlace = options.recordAnywhere;
+        recording.otherHost = options.host.value_or("");
         executor = recorder.emplace(*options.record, recording).Executor(std::move(executor));
     }
     return NamingMissingTools(std::move(executor));

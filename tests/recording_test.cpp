@@ -236,7 +236,7 @@ TEST_F(RecorderTest, RefusesWhatOthersCouldHavePutThere) {
         EXPECT_THAT(error, HasSubstr(row.reason));
         EXPECT_EQ(fs::file_size(folder + "file"), 0);
         if (row.name.find('/') == std::string::npos && row.name != "pipe") {
-            EXPECT_EQ(RecordingError(folder + row.name, {true}), "");
+            EXPECT_EQ(RecordingError(folder + row.name, {true, ""}), "");
         }
     }
     fs::remove_all(folder);
@@ -291,9 +291,10 @@ TEST_F(RecorderTest, PipesAndStandardOutput) {
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
 
     testing::internal::CaptureStdout();
-    EXPECT_EQ(RecordingError("/dev/stdout"), "");
+    EXPECT_EQ(RecordingError("/dev/stdout", {false, "root@a\nb"}), "");
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                testing::EndsWith("$ a\nx\n\\\n\\.\n\\end\n"));
+                testing::MatchesRegex("[\\]begin zfslib .+, host root@a[?]b, seen from .+ UTC\n"
+                                      "[$] a\nx\n[\\]\n[\\].\n[\\]end\n"));
 }
 
 TEST_F(RecorderTest, OneProcessAtATime) {
