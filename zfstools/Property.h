@@ -69,9 +69,8 @@ public:
         if (block_->uses.load(std::memory_order_relaxed) != forever)
             block_->uses.fetch_add(1, std::memory_order_relaxed);
     }
-    Shared& operator=(const Shared& other) noexcept {
-        Shared copy(other);
-        std::swap(block_, copy.block_);
+    Shared& operator=(Shared other) noexcept {
+        std::swap(block_, other.block_);
         return *this;
     }
     ~Shared() {
