@@ -115,6 +115,26 @@ std::string GetOutput(const std::vector<std::string>& names) {
     return output;
 }
 
+std::string ScriptGetOutput(const std::vector<std::string>& names) {
+    const std::size_t valueColumn = rows.find("VALUE");
+    const std::size_t sourceColumn = rows.find("SOURCE");
+    const auto trimmed = [](std::string_view cell) {
+        return cell.substr(0, cell.find_last_not_of(' ') + 1);
+    };
+    std::string output;
+    for (const std::string& name : names)
+        for (std::size_t begin = rows.find('\n') + 1; begin < rows.size();) {
+            const std::size_t end = rows.find('\n', begin) + 1;
+            const std::string_view row = rows.substr(begin, end - begin);
+            output.append(name).append("\t").append(trimmed(row.substr(0, valueColumn)));
+            output.append("\t").append(
+                trimmed(row.substr(valueColumn, sourceColumn - valueColumn)));
+            output.append("\t").append(row.substr(sourceColumn));
+            begin = end;
+        }
+    return output;
+}
+
 std::string StatusOutput(std::size_t disks) {
     std::string output = "  pool: tank\n state: ONLINE\n  scan: none requested\nconfig:\n\n"
                          "\tNAME                       STATE     READ WRITE CKSUM\n"

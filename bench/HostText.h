@@ -16,6 +16,9 @@ std::string ListOutput(const std::vector<std::string>& names);
 /// `zfs get all` of these datasets, 65 rows each below one header line.
 std::string GetOutput(const std::vector<std::string>& names);
 
+/// `zfs get -Hp all` of these datasets, but for the sizes, which are not exact here either.
+std::string ScriptGetOutput(const std::vector<std::string>& names);
+
 /// `zpool status` of a pool with so many disks, in groups of eight.
 std::string StatusOutput(std::size_t disks);
 

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -52,7 +53,13 @@ void Work(const std::vector<std::string>& names) {
 int main(int argc, char** argv) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
     const std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.size() >= 3 && words[0] == "get") { // get all NAME...
+    if (words.size() == 4 && words[1] == "-rHp") { // get -rHp all POOL
+        std::vector<std::string> names = Names(words[3], "filesystem");
+        for (std::string& snapshot : Names(words[3], "snapshot"))
+            names.push_back(std::move(snapshot));
+        Work(names);
+        std::cout << bench::ScriptGetOutput(names);
+    } else if (words.size() >= 3 && words[0] == "get") { // get all NAME...
         const std::vector<std::string> names(words.begin() + 2, words.end());
         Work(names);
         std::cout << bench::GetOutput(names);
