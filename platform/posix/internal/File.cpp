@@ -30,6 +30,7 @@ void RefuseIf(bool bad, const std::string& reason) {
 }
 
 constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
+constexpr mode_t sticky = 01000; // S_ISVTX, which not every POSIX declares
 
 /// Root can do what it likes anyway.
 bool IsOurs(const struct stat& status) {
@@ -37,7 +38,7 @@ bool IsOurs(const struct stat& status) {
 }
 
 bool IsForAll(const struct stat& folder) {
-    return (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & writableByOthers) != 0;
+    return (folder.st_mode & sticky) != 0 && (folder.st_mode & writableByOthers) != 0;
 }
 
 std::string LinkTarget(const std::string& link) {
