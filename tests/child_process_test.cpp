@@ -106,12 +106,17 @@ void InForkedCopy(const std::function<void()>& body) {
     EXPECT_EQ(status, 0) << "in the forked copy";
 }
 
+/// Lets a read wait until there is text, or the end of it: never an empty pipe.
+void OnceThereIsMore(int number) {
+    pollfd end{number, POLLIN, 0};
+    poll(&end, 1, -1);
+}
+
 /// Lets the first read wait until the child has written, however slow the machine is.
 std::function<void(int)> OnceThereIsText() {
     return [first = true](int number) mutable {
-        pollfd end{number, POLLIN, 0};
         if (std::exchange(first, false))
-            poll(&end, 1, -1);
+            OnceThereIsMore(number);
     };
 }
 
@@ -262,10 +267,7 @@ TEST_F(ChildProcess, FloodOnBothPipes) {
 TEST_F(ChildProcess, ProcessItLeftBehindDelaysNothing) {
     const auto start = std::chrono::steady_clock::now();
     kill(std::stoi(CSimpleCmdExec::RunCommand("sleep 600 & echo $!")), SIGKILL);
-    beforeRead = [](int number) { // never an empty pipe
-        pollfd end{number, POLLIN, 0};
-        poll(&end, 1, -1);
-    };
+    beforeRead = OnceThereIsMore;
     EXPECT_THAT(Script("yes 2>&- & exit 4"), testing::StartsWith("ExitStatus 4 ["));
     EXPECT_THAT(Script("yes 2>&- &"), testing::StartsWith("OutputLost 0 ["));
     EXPECT_LT(std::chrono::steady_clock::now() - start, 120s);
@@ -285,18 +287,25 @@ TEST_F(ChildProcess, TimeOutKillsTheGroup) {
 }
 
 TEST_F(ChildProcess, SurvivorOfItsKillIsReapedLater) {
-    beforeRead = OnceThereIsText();
-    killsAreLost = true;
-    const std::string result = Script("echo $$; exec sleep 600", 1);
-    killsAreLost = false;
-    ASSERT_THAT(result, testing::StartsWith("TimeOut 1 ["));
-    const pid_t survivor = std::stoi(result.substr(result.find('[') + 1));
-    kill(survivor, SIGKILL);
-    siginfo_t end;
-    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(survivor), &end, WEXITED | WNOWAIT),
-              0); // dead now, and a zombie
-    EXPECT_EQ(Execute("true", {}), "ok [] []");
-    EXPECT_EQ(waitpid(survivor, nullptr, WNOHANG), -1);
+    InForkedCopy([] {
+        static pid_t survivor = 0;
+        std::atexit([] { // after what was built later is destroyed
+            EXPECT_EQ(Execute("true", {}), "ok [] []");
+            EXPECT_EQ(waitpid(survivor, nullptr, WNOHANG), -1);
+            _exit(HasFailure() ? 1 : 0);
+        });
+        beforeRead = OnceThereIsText();
+        killsAreLost = true;
+        const std::string result = Script("echo $$; exec sleep 600", 1);
+        killsAreLost = false;
+        ASSERT_THAT(result, testing::StartsWith("TimeOut 1 ["));
+        survivor = std::stoi(result.substr(result.find('[') + 1));
+        kill(survivor, SIGKILL);
+        siginfo_t end;
+        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(survivor), &end, WEXITED | WNOWAIT),
+                  0); // dead now, and a zombie
+        std::exit(2);
+    });
 }
 
 TEST_F(ChildProcess, ExceptionWhileReading) {
@@ -326,9 +335,14 @@ TEST_F(ChildProcess, WritesTooMuch) {
     EXPECT_EQ(Script("head -c 600 /dev/zero; head -c 401 /dev/zero >&2").substr(0, 15),
               "OutputTooLong 0");
     EXPECT_LT(Script("yes").size(), CCommandFailure::errorTextLimit + 100);
-    beforeRead = OnceItHasEnded;
+    beforeRead = [](int number) {
+        OnceItHasEnded(number);
+        OnceThereIsMore(number);
+    };
     readAtMost = 1;
-    EXPECT_EQ(Script("head -c 1001 /dev/zero").substr(0, 15), "OutputTooLong 0");
+    reads = 0;
+    EXPECT_EQ(Script("yes 2>&- &").substr(0, 15), "OutputTooLong 0");
+    EXPECT_LT(reads, 1100);
 }
 
 TEST_F(ChildProcess, SilentOneIsRarelyLookedAt) {
@@ -365,6 +379,14 @@ TEST_F(ChildProcess, StoppedByASignalHandler) {
     CSimpleCmdExec::SetStopped(false);
     signal(SIGUSR1, formerHandler);
     EXPECT_EQ(Execute("true", {}), "ok [] []");
+    beforeRead = [](int number) {
+        OnceThereIsMore(number);
+        CSimpleCmdExec::SetStopped(true);
+    };
+    reads = 0;
+    EXPECT_THAT(Script("exec yes 2>&-"), testing::StartsWith("Stopped 0 [y\n"));
+    CSimpleCmdExec::SetStopped(false);
+    EXPECT_LT(reads, 5) << "of a child that writes on";
 }
 
 TEST_F(ChildProcess, DescriptorsRunOutInMidStart) {

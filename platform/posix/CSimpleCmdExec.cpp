@@ -105,8 +105,6 @@ public:
 
     /// Reads some of what is there now; true when there was something: text, or the end of it.
     bool Read();
-    /// Reads what is still in the pipe; false when that has no end.
-    bool ReadRest();
 
     [[nodiscard]] const Descriptor& ReadEnd() const { return readEnd_; }
     [[nodiscard]] std::string& Text() { return text_; }
@@ -136,16 +134,6 @@ bool Stream::Read() {
     return true;
 }
 
-bool Stream::ReadRest() {
-    // A child may have made its pipe larger, or one of packets, which are read one by one; but what
-    // goes on after so many reads comes from a process that outlived it, and may go on for ever.
-    constexpr std::size_t mostReads = 8192;
-    for (std::size_t i = 0; i < mostReads; ++i)
-        if (!Read())
-            return true;
-    return false;
-}
-
 struct Streams {
     Stream output;
     Stream error;
@@ -156,17 +144,24 @@ struct Streams {
         const bool errorCame = error.Read();
         return outputCame || errorCame;
     }
-    /// Reads what is still in the pipes; false when one of them has no end.
-    bool ReadRest() {
-        const bool outputEnded = output.ReadRest();
-        return error.ReadRest() && outputEnded;
-    }
+    /// Reads what is still in the pipes; false when one of them has no end, or it is too long.
+    bool ReadRest();
     [[nodiscard]] bool AreTooLong() { return output.Text().size() + error.Text().size() > limit; }
 
     /// Waits until there is something to read, but no longer than `pause`. No error matters here:
     /// the caller looks for itself.
     void WaitForMore(std::chrono::microseconds pause) const;
 };
+
+bool Streams::ReadRest() {
+    // A child may have made its pipe larger, or one of packets, which are read one by one; but what
+    // goes on after so many reads comes from a process that outlived it, and may go on for ever.
+    constexpr std::size_t mostReads = 8192;
+    for (std::size_t i = 0; i < mostReads && !AreTooLong(); ++i)
+        if (!Read())
+            return true;
+    return false;
+}
 
 void Streams::WaitForMore(std::chrono::microseconds pause) const {
     std::array<pollfd, 2> ends{pollfd{output.ReadEnd().Number(), POLLIN, 0},
@@ -282,7 +277,9 @@ void CheckStatus(const Command& command, std::optional<int> status, Streams& str
 /// to fail destroys the child, which kills it with its group if it still runs.
 void ReadAll(const Command& command, Running& running, Clock::time_point deadline) {
     const Awaited awaited = Await(running.child, running.streams, deadline);
-    const bool isWhole = awaited != Awaited::Limit && running.streams.ReadRest();
+    const bool isWhole = awaited == Awaited::End && running.streams.ReadRest();
+    if (awaited == Awaited::Stop || awaited == Awaited::Deadline)
+        running.streams.Read(); // what came last, but not all: the child may still write
     if (awaited == Awaited::Stop)
         Fail(command, Kind::Stopped, 0, std::move(running.streams));
     if (awaited == Awaited::Deadline)

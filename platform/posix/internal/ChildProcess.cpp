@@ -1,6 +1,7 @@
 #include "posix/internal/ChildProcess.h"
 
 #include "posix/internal/Spawn.h"
+#include "util/internal/NeverDestroyed.h"
 
 #include <cerrno>
 #include <csignal>
@@ -19,8 +20,8 @@ struct Stragglers {
 /// Never destroyed: threads may still run commands while the process ends. Built before the first
 /// child, so that the destructor of one needs no memory for it.
 Stragglers& AllStragglers() {
-    static auto& stragglers = *new Stragglers; // NOLINT(cppcoreguidelines-owning-memory)
-    return stragglers;
+    static util::internal::NeverDestroyed<Stragglers> stragglers;
+    return *stragglers;
 }
 
 } // namespace
