@@ -72,8 +72,8 @@ private:
 ///
 /// The time-out and the stop count from when the program runs: its start waits for the system, for
 /// instance when the program lies on a file server that is gone. A forked copy of the host must not
-/// use the library before it runs another program; its locks may be held by threads that the copy
-/// does not have.
+/// run commands before it executes another program: a lock may be held by a thread that the copy
+/// does not have. It may log.
 class ZFSLIB_EXPORT CSimpleCmdExec {
 public:
     /// Runs the command line through /bin/sh and returns what it wrote to standard output. What it
