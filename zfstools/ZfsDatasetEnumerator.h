@@ -45,7 +45,9 @@ public:
     /// userspace` and a `zfs groupspace`, always through the process executor. `root` reaches the
     /// command lines unquoted: the caller must see that it is a single word without shell
     /// characters. Errors: what `executor` throws, and std::runtime_error for output that cannot
-    /// be read; there is no partial list.
+    /// be read (an empty value is such); there is no partial list. What tenants may name or set
+    /// can mislead: a value with newlines forges rows of its own dataset and of those that inherit
+    /// it (the last row counts); one named "x/no datasets available" hides all of its type.
     std::pair<std::vector<ZfsDataset>, std::vector<std::string>>
     Enumerate(const std::string& root, CommandExecutor executor);
 
