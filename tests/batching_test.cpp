@@ -3,6 +3,7 @@
 #include "executors/Recording.h"
 #include "executors/RecordingExecutor.h"
 #include "executors/ReplayingExecutor.h"
+#include "fakes.h"
 #include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
 
@@ -375,7 +376,12 @@ TEST(Batching, FallsBackFromAnyUnusableAnswer) {
         SCOPED_TRACE(name);
         FakeHost host(7);
         host.distort = distort;
+        const LogCapture log;
         EXPECT_GE(CompareAll(host), 7U);
+        if (name == "throws") {
+            EXPECT_THAT(log.lines, testing::Contains("debug: The answer to [" + get +
+                                                     "p/d0 p/d1 p/d2] is not used: x"));
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "executors/ReplayingExecutor.h"
 #include "fakes.h"
+#include "posix/CSimpleCmdExec.h"
 #include "zfstools/ZfsDatasetEnumerator.h"
 #include "zfstools/ZpoolsEnumerator.h"
 #include "zfstools/logging.h"
@@ -65,10 +66,13 @@ TEST(Embedding, IsUsedAfterMain) {
     EXPECT_EXIT(
         {
             static std::string expected;
-            RunAtExit([] { _exit(Enumerated(RecordedHost()) == expected ? 0 : 1); });
+            RunAtExit([] {
+                const bool isSame = Enumerated(RecordedHost()) == expected;
+                _exit(isSame && expected.size() > 10000 ? 0 : 1);
+            });
             logging::SetSink([](Level, const std::string&, const std::string&) {});
             expected = Enumerated(RecordedHost());
-            std::exit(expected.size() > 10000 ? 2 : 3);
+            std::exit(2);
         },
         testing::ExitedWithCode(0), "");
 }
@@ -83,10 +87,11 @@ TEST(Embedding, OutlivesExitInOtherThreads) {
             });
             logging::SetSink([](Level, const std::string&, const std::string&) {});
             for (int i = 0; i < 4; ++i)
-                std::thread([] {
+                std::thread([i] {
                     const CommandExecutor executor = RecordedHost();
                     for (const std::string expected = Enumerated(executor);; ++enumerations)
-                        if (Enumerated(executor) != expected)
+                        if ((i == 0 && posix::CSimpleCmdExec::RunCommand("echo e >&2") != "") ||
+                            Enumerated(executor) != expected)
                             _exit(1);
                 }).detach();
             while (enumerations < 4)

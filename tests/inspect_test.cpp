@@ -524,7 +524,7 @@ TEST(Inspect, FailsWithOneLineAndRunsNothingAfterAUsageError) {
         {{"--replay", "x", "tools"}, 2, "excludes"},
         {{"health", "--metrics", "--json"}, 2, "excludes"},
         {{"health", "--capacity", "x"}, 2, "digits"},
-        {{"datasets", "nosuch"}, 1, "zfs"},
+        {{"datasets", "nosuch"}, 1, " zfs "},
     };
     for (const auto& row : rows) {
         std::vector<std::string> arguments = {"--record", recording.Path()};
