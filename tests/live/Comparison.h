@@ -1,62 +1,17 @@
 #pragma once
 
 #include "inspect/Json.h"
-#include "zfstools/ZfsDataset.h"
-#include "zfstools/Zpool.h"
 
-#include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
-/// Compares what the library and zfsinspect tell of a host with what the tools say in exact
-/// numbers.
+/// Compares what `zfsinspect --json` tells of a host with what the tools say in exact numbers.
 namespace live {
 
-/// A property as it is told.
-struct ToldProperty {
-    std::string value;
-    std::optional<std::uint64_t> bytes; ///< of a size that is told as a number as well
-    std::string source;                 ///< in the tools' words: "inherited from tank"
-    bool failed = false;
-};
-
-struct ToldDataset {
-    std::string type;
-    std::uint64_t used = 0;
-    std::optional<std::uint64_t> available; ///< not told of a snapshot
-    std::optional<std::uint64_t> usedByRefreservation;
-    std::map<std::string, ToldProperty> properties; ///< with the user properties
-    std::map<std::string, ToldProperty> quotas;
-};
-
-/// A top-level virtual device, as it is told or as it is.
-struct Device {
-    std::string section; ///< "devices", "logs", "caches", "spares"
-    std::string name;
-    std::string type;
-    std::vector<std::string> members;
-};
-
-struct ToldPool {
-    std::string state;
-    std::uint64_t size = 0;
-    std::uint64_t allocated = 0;
-    std::map<std::string, ToldProperty> properties;
-    std::vector<Device> devices;
-};
-
-struct Told {
-    std::map<std::string, ToldDataset> datasets;
-    std::map<std::string, ToldPool> pools;
-    std::vector<std::string> warnings;
-    bool isJson = false; ///< which cannot hold every byte, and leaves out the quotas "none"
-};
-
-Told TellFromRecords(const std::vector<zfslib::ZfsDataset>& datasets,
-                     const std::vector<zfslib::Zpool>& pools, std::vector<std::string> warnings);
-Told TellFromJson(const inspect::Json& datasets, const inspect::Json& pools);
+/// The two documents in one, {"datasets": {NAME: DATASET}, "pools": {NAME: POOL}, "warnings": []},
+/// with all properties and quotas by their names as well.
+inspect::Json ByName(const inspect::Json& datasets, const inspect::Json& pools);
 
 /// A property as `get -Hp` prints it.
 struct TrueProperty {
@@ -74,7 +29,8 @@ struct Truth {
     std::map<std::string, TrueProperties> pools;
     /// By file system and name; without those whose quotas cannot be read.
     std::map<std::string, std::map<std::string, std::string>> quotas;
-    std::map<std::string, std::vector<Device>> devices; ///< by pool
+    std::map<std::string, std::string> devices; ///< by pool: "SECTION NAME TYPE: MEMBERS" each
+    std::map<std::string, unsigned> leftOut;    ///< of the devices, by the known limit
 
     /// What may change by itself on a host in use.
     [[nodiscard]] bool HasSameProperties(const Truth& other) const {
@@ -98,6 +54,6 @@ struct Tally {
     [[nodiscard]] std::string Summary() const;
 };
 
-Tally Compare(const Told& told, const Truth& truth);
+Tally Compare(const inspect::Json& told, const Truth& truth);
 
 } // namespace live
