@@ -94,7 +94,7 @@ private:
     std::string path_;
 };
 
-const std::string list = "zfs list -rH -o name,avail,used,usedrefreserv -t ";
+const std::string list = commands::zfsList.substr(commands::env.size());
 
 } // namespace
 
@@ -562,17 +562,6 @@ TEST(Inspect, SendsNothingFromOutsideRaw) {
     }
 }
 
-TEST(Inspect, ReplaysWhatItRecorded) {
-    const TestFile recording("recorded.rec");
-    const Outcome live = Inspect({"--record", recording.Path(), "tools"});
-    const auto recorded = zfslib::executors::ReadRecording(recording.Path());
-    ASSERT_EQ(1, recorded.exchanges.size());
-    EXPECT_EQ("/usr/bin/env -i pkginfo SUNWzfsu", recorded.exchanges[0].command);
-    EXPECT_EQ(zfslib::executors::Recording::End::Ended, recorded.end);
-    EXPECT_EQ(live.out, Replay(recording.Path(), {"tools"}).out);
-    EXPECT_EQ(0, live.status);
-}
-
 TEST(Inspect, SaysWhatARecordingLacks) {
     const struct {
         std::string text;
@@ -600,9 +589,10 @@ TEST(Inspect, FailsWhenStandardOutputIsClosed) {
                                                    "--record", recording.Path(), "tools"});
     EXPECT_EQ(1, outcome.status);
     EXPECT_EQ("zfsinspect: cannot write to standard output\n", outcome.err);
-    EXPECT_EQ(
-        1,
-        zfslib::executors::ReadRecording(recording.Path()).exchanges.size()); // no text went there
+    const auto recorded = zfslib::executors::ReadRecording(recording.Path());
+    ASSERT_EQ(1, recorded.exchanges.size()); // no text went there
+    EXPECT_EQ("/usr/bin/env -i pkginfo SUNWzfsu", recorded.exchanges[0].command);
+    EXPECT_EQ(zfslib::executors::Recording::End::Ended, recorded.end);
 }
 
 TEST(InspectParts, EndBySignalAfterTheirChildren) {

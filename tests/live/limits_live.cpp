@@ -73,18 +73,6 @@ TEST_F(KnownLimits, ValuesThatLookLikeSomethingElse) {
     }
 }
 
-TEST_F(KnownLimits, BatchesAreNotTakenInByForgedRows) {
-    const std::string root = pool + "/forged";
-    const std::string victim = root + "/victim";
-    OutputOf("zfs create -u " + root + " && zfs create -u -o x:a=" +
-             Quoted("a local\n" + victim + " type volume -\n" + victim + " quota 1G local\n" +
-                    root + " x:b c") +
-             " " + root + "/forger && zfs create -u " + victim);
-    const std::string inspect = Quoted(std::getenv("ZFSINSPECT")) + " --json --batch ";
-    const std::string datasets = " datasets --properties " + root;
-    EXPECT_EQ(OutputOf(inspect + "0" + datasets), OutputOf(inspect + "256" + datasets));
-}
-
 TEST_F(KnownLimits, NamesRootsAndSizes) {
     OutputOf("zfs create -u " + pool + "/names && zfs create -u '" + pool +
              "/names/with blank' && zfs create -V 2P -s " + pool + "/huge");

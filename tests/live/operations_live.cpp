@@ -89,17 +89,10 @@ TEST_F(Operations, MountAndUnmount) {
     ExpectRefused({
         {[&] { ZfsDataset::Mount(name); }, "filesystem already mounted"},
         {[&] { ZfsDataset::Mount(name + "x"); }, "dataset does not exist"},
-        {[&] { ZfsDataset::Unmount(name + "x"); }, "dataset does not exist"},
         {[&] { ZfsDataset::Unmount(name); }, "busy"},
     });
     EXPECT_EQ(PropertyOf(name, "mounted"), "yes -");
     inUse.close();
-    {
-        const InstalledExecutor unprivileged{live::UnprivilegedExecutor()};
-        ExpectRefused({{[&] { ZfsDataset::Unmount(name); }, "permission denied"}});
-        EXPECT_EQ(PropertyOf(name, "mounted"), "yes -");
-    }
-
     ZfsDataset::Unmount(name);
     EXPECT_EQ(PropertyOf(name, "mounted"), "no -");
     ZfsDataset::Unmount(name); // to unmount what is not mounted is a success
@@ -107,11 +100,6 @@ TEST_F(Operations, MountAndUnmount) {
     std::ofstream(folder + "/in-the-way").close();
     ExpectRefused({{[&] { ZfsDataset::Mount(name); }, "directory is not empty"}});
     std::filesystem::remove(folder + "/in-the-way");
-    {
-        const InstalledExecutor unprivileged{live::UnprivilegedExecutor()};
-        ExpectRefused({{[&] { ZfsDataset::Mount(name); }, "Insufficient privileges"}});
-        EXPECT_EQ(PropertyOf(name, "mounted"), "no -");
-    }
     ZfsDataset::Mount(name);
     EXPECT_EQ(PropertyOf(name, "mounted"), "yes -");
     EXPECT_TRUE(std::filesystem::exists(folder + "/in-use"));
@@ -121,13 +109,8 @@ TEST_F(Operations, MountLegacy) {
     const std::string name = MakeFilesystem("-o mountpoint=legacy");
     const std::string folder = host->Folder() / "legacy";
     std::filesystem::create_directory(folder);
-    {
-        const InstalledExecutor unprivileged{live::UnprivilegedExecutor()};
-        ExpectRefused({{[&] { ZfsDataset::MountLegacy(name, folder); }, "privileges"}});
-    }
     ExpectRefused({
         {[&] { ZfsDataset::MountLegacy(name + "x", folder); }, "unable to open the dataset"},
-        {[&] { ZfsDataset::MountLegacy(name, folder + "x"); }, "No such file or directory"},
         {[&] { ZfsDataset::Mount(name); }, "legacy mountpoint"},
     });
     EXPECT_EQ(PropertyOf(name, "mounted"), "no -");
@@ -160,8 +143,6 @@ TEST_F(Operations, SetAndInherit) {
     ExpectRefused({
         {[&] { ZfsDataset::ModifyPoolProperty(name, "used", "1"); }, "readonly"},
         {[&] { ZfsDataset::InheritProperty(name, "volsize"); }, "cannot be inherited"},
-        {[&] { ZfsDataset::ModifyPoolProperty(name, "copies", "4"); }, "must be one of"},
-        {[&] { ZfsDataset::ModifyPoolProperty(name, "nonsense", "4"); }, "invalid property"},
     });
     EXPECT_EQ(PropertyOf(name, "copies"), "1 default");
     EXPECT_EQ(PropertyOf(name, "site:a"), "- -");
@@ -183,12 +164,6 @@ TEST_F(Operations, SetMountpoint) {
     const std::string name = MakeFilesystem();
     const std::string former = PropertyOf(name, "mountpoint");
     const std::string folder = host->Folder() / "elsewhere";
-    ExpectRefused({
-        {[&] { ZfsDataset::SetMountpoint(name + "x", Text("mountpoint", folder)); },
-         "dataset does not exist"},
-        {[&] { ZfsDataset::SetMountpoint(name, Text("mountpoint", "relative")); },
-         "must be an absolute path"},
-    });
     {
         const std::ofstream inUse(former.substr(0, former.find(' ')) + "/in-use");
         ExpectRefused(
@@ -205,12 +180,11 @@ TEST_F(Operations, SetMountpoint) {
 TEST_F(Operations, SetPoolProperties) {
     using Properties = Zpool::Properties;
     const Properties fresh;
-    const auto autoexpand = WithText(fresh.autoexpand, "on");
     const auto failmode = WithText(fresh.failmode, "continue");
     const std::string bootfs = MakeFilesystem();
     const std::string cachefile = host->Folder() / "pool.cache";
 
-    Properties::SetAutoexpand(pool, autoexpand);
+    Properties::SetAutoexpand(pool, WithText(fresh.autoexpand, "on"));
     Properties::SetAutoreplace(pool, WithText(fresh.autoreplace, "on"));
     Properties::SetFailmode(pool, failmode);
     Properties::SetBootfs(pool, Text("bootfs", bootfs));
@@ -228,15 +202,8 @@ TEST_F(Operations, SetPoolProperties) {
          "invalid property 'scrubinterval'"}, // only Solaris has it
         {[&] { Properties::SetBootfs(pool, Text("bootfs", pool + "/none")); },
          "no such pool or dataset"},
-        {[&] { Properties::SetCachefile(pool, Text("cachefile", "relative")); },
-         "an absolute path"},
-        {[&] { Properties::SetAutoexpand(pool + "x", autoexpand); }, "is not a pool"},
         {[&] { Properties::SetFailmode(frozenPool, failmode); }, "read-only"},
     });
-    const InstalledExecutor unprivileged{live::UnprivilegedExecutor()};
-    ExpectRefused({{[&] { Properties::SetAutoexpand(pool, WithText(fresh.autoexpand, "off")); },
-                    "permission denied"}});
-    EXPECT_EQ(PoolPropertyOf("autoexpand"), "on");
 }
 
 TEST_F(Operations, Import) {
@@ -262,15 +229,7 @@ TEST_F(Operations, Import) {
     };
     // "2>&1" sends the reason the way of an output: the error tells that.
     ExpectRefused({
-        {import("4711", after, ""), "no such pool available"},
         {import(id, pool, ""), "pool already exists"},
-        {import(id, after, "relative"), "bad alternate root"},
-        {import(id, "mirror", ""), "name is reserved"},
-        {[&] {
-             zfslib::ImportZfsPool({before, id}, after, "",
-                                   live::UnprivilegedExecutor(host->ImportPath()));
-         },
-         "no such pool available"}, // whatever the reason, the tool says this
     });
     EXPECT_THAT(names(), testing::ElementsAre(before + " " + id));
 

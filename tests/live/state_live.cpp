@@ -113,28 +113,6 @@ TEST_F(State, HasWhatIsNoProperty) {
                 testing::ElementsAre("raidz1 0 9 3", "mirror 0 13 2", "mirror 1 9 2", " 3 9 0"));
 }
 
-TEST_F(State, IsReadAgainWhenItMoves) {
-    int changes = 0;
-    int most = 1;
-    const auto changing = [&](const std::string& command) {
-        std::string answer = live::HostExecutor()(command);
-        if (command.find("-o name,property,value,received") != std::string::npos &&
-            command.find("-t snapshot") == std::string::npos && changes < most)
-            OutputOf("zfs create -u " + pool + "/b/new" + util::str(++changes));
-        return answer;
-    };
-    const HostState state = ReadHostState({pool + "/b"}, changing);
-    EXPECT_NE(state.FindDataset(pool + "/b/new1"), nullptr);
-    changes = 1;
-    most = 9;
-    try {
-        static_cast<void>(ReadHostState({pool + "/b"}, changing));
-        FAIL() << "nothing was noticed";
-    } catch (const std::exception& error) {
-        EXPECT_THAT(error.what(), testing::HasSubstr(pool + "/b/new4 (new)"));
-    }
-}
-
 TEST_F(State, IsSavedAsARecording) {
     const char* const zfsinspect = std::getenv("ZFSINSPECT");
     ASSERT_NE(zfsinspect, nullptr);
