@@ -200,6 +200,9 @@ TEST_F(ChildProcess, RunCommandAndItsMessages) {
         EXPECT_THAT([&] { CSimpleCmdExec::RunCommand(row.line); },
                     testing::ThrowsMessage<CCommandFailure>("Command [" + row.line +
                                                             "] failed: " + row.expected));
+    EXPECT_THAT([] { CSimpleCmdExec::RunCommand("head -c 99999 /dev/zero | tr '\\0' x; exit 1"); },
+                testing::ThrowsMessage<CCommandFailure>(
+                    testing::SizeIs(testing::Lt(CCommandFailure::errorTextLimit + 200))));
     std::string text;
     const auto run = [&text](std::vector<std::string> words) {
         CSimpleCmdExec::RunCommandAndGetOutput("/no", words, text, text, false, 0);
