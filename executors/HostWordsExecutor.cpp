@@ -1,5 +1,6 @@
 #include "executors/HostWordsExecutor.h"
 
+#include "executors/internal/CommandLine.h"
 #include "executors/internal/MountTable.h"
 #include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
@@ -19,17 +20,7 @@ namespace {
 
 enum class System { Solaris, Linux, FreeBsd, Other };
 
-constexpr std::string_view bareEnvironment = "/usr/bin/env -i ";
-
-/// The program of a line that begins with `bareEnvironment`, and perhaps a time zone; empty for
-/// other lines.
-std::string_view ProgramOf(std::string_view command) {
-    if (!util::str_is_starts_with(command, bareEnvironment))
-        return {};
-    command.remove_prefix(bareEnvironment.size());
-    const std::string_view word = util::ConsumeWord(command);
-    return util::str_is_starts_with(word, "TZ=") ? util::ConsumeWord(command) : word;
-}
+using internal::bareEnvironment;
 
 /// A line that begins with `bareEnvironment`, with the folders in which its tool is looked for.
 /// Nothing in it means anything to a shell: the line may go to one or not.
@@ -41,7 +32,9 @@ std::string InToolFolders(std::string_view bareCommand) {
 bool IsOfTool(std::string_view command) {
     static constexpr std::array<std::string_view, 5> tools = {"zfs", "zpool", "mount", "ls",
                                                               "pkginfo"};
-    return std::find(tools.begin(), tools.end(), ProgramOf(command)) != tools.end();
+    std::string_view rest = internal::WithoutEnvironment(command);
+    return util::str_is_starts_with(command, bareEnvironment) &&
+           std::find(tools.begin(), tools.end(), util::ConsumeWord(rest)) != tools.end();
 }
 
 class HostWords {

@@ -347,13 +347,28 @@ void CheckToolsAreThere(const CommandExecutor& executor) {
     }
 }
 
+/// While one lives, `executor` is the process executor; then it is the former one again.
+class ProcessExecutorFor {
+public:
+    explicit ProcessExecutorFor(CommandExecutor executor)
+        : former_(zfslib::Executors::GetProcessExecutor()) {
+        zfslib::Executors::SetProcessExecutor(std::move(executor));
+    }
+    ~ProcessExecutorFor() { zfslib::Executors::SetProcessExecutor(std::move(former_)); }
+    ProcessExecutorFor(const ProcessExecutorFor&) = delete;
+    ProcessExecutorFor& operator=(const ProcessExecutorFor&) = delete;
+
+private:
+    CommandExecutor former_;
+};
+
 /// What a library call says that answers "no" where its command fails. That a recording has no
 /// answer says nothing about the host and fails here as well.
 template <typename Call>
 auto FromRecordedAnswers(const Call& call) {
     const auto unrecorded = std::make_shared<std::exception_ptr>();
     const CommandExecutor former = zfslib::Executors::GetProcessExecutor();
-    zfslib::Executors::SetProcessExecutor([former, unrecorded](const std::string& command) {
+    const ProcessExecutorFor noting([former, unrecorded](const std::string& command) {
         try {
             return former(command);
         } catch (const zfslib::executors::NoRecordedAnswer&) {
@@ -362,7 +377,6 @@ auto FromRecordedAnswers(const Call& call) {
         }
     });
     auto result = call();
-    zfslib::Executors::SetProcessExecutor(former);
     if (*unrecorded)
         std::rethrow_exception(*unrecorded);
     return result;

@@ -458,9 +458,9 @@ TEST(Batching, OnlyCommandsThatReadKeepWhatIsHeld) {
     };
     const std::string env = "/usr/bin/env -i ";
     for (const std::string& command :
-         {env + "zpool list -o name,size,alloc", env + "zpool status p", env + "zpool get all p",
-          get + "elsewhere", env + "zfs userspace p", env + "zfs groupspace p",
-          std::string("df -Z"), get + "p/d0"})
+         {env + "zpool list -o name,size,alloc", env + "TZ=UTC0 zpool status p",
+          env + "zpool get all p", get + "elsewhere", env + "zfs userspace p",
+          env + "zfs groupspace p", std::string("df -Z"), get + "p/d0"})
         EXPECT_TRUE(isHeldAfter(command)) << command;
     for (const std::string& command :
          {env + "zfs set quota=1G p/d1", env + "zfs inherit quota p/d1",

@@ -1,10 +1,12 @@
 #include "executors/internal/ReadAhead.h"
 
+#include "executors/internal/CommandLine.h"
 #include "posix/CSimpleCmdExec.h"
 #include "posix/internal/BlockedSignals.h"
 #include "posix/internal/NoCancellation.h"
 #include "posix/internal/ThreadStop.h"
 #include "util/str.h"
+#include "zfstools/Tools.h"
 #include "zfstools/logging.h"
 
 #include <algorithm>
@@ -23,20 +25,9 @@ constexpr std::string_view filesystemList =
     "/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t filesystem ";
 constexpr std::string_view poolList = "/usr/bin/env -i zpool list -o name,size,alloc";
 
-/// Whether the name is one word to every executor and to the tools. ZFS allows blanks in names,
-/// and a recording or a host's own executor may bring anything.
-bool IsPlainName(std::string_view name) {
-    constexpr std::string_view characters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                            "0123456789_.:/@-";
-    return !name.empty() && name.front() != '-' &&
-           name.find_first_not_of(characters) == std::string_view::npos;
-}
-
 /// Whether the command leaves every property of every dataset as it is.
 bool OnlyReads(std::string_view command) {
-    constexpr std::string_view environment = "/usr/bin/env -i ";
-    if (util::str_is_starts_with(command, environment))
-        command.remove_prefix(environment.size());
+    command = internal::WithoutEnvironment(command);
     const std::string_view program = util::ConsumeWord(command);
     const std::string_view verb = util::ConsumeWord(command);
     return program == "df" || ((program == "zfs" || program == "zpool") &&
@@ -77,7 +68,8 @@ void Plan::Assign(std::vector<FollowingCommand*> commands, std::string listOutpu
     while (!rest.empty()) {
         const std::string_view line = util::ConsumeLine(rest);
         const std::string_view name = line.substr(0, line.find(nameEnd));
-        if (IsPlainName(name) && positions_.emplace(name, names_.size()).second)
+        // ZFS allows blanks in names, and a recording or a host's own executor may bring anything.
+        if (IsSafeOperand(std::string(name)) && positions_.emplace(name, names_.size()).second)
             names_.push_back(name);
     }
     steps.resize(names_.size() * commands_.size());
