@@ -6,6 +6,7 @@
 #include "fakes.h"
 #include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
+#include "zfstools/ZfsDatasetEnumerator.h"
 
 #include <gmock/gmock.h>
 
@@ -351,6 +352,40 @@ TEST_P(HostileHosts, PrefetchingIsNotSeen) {
                                options));
     }
     EXPECT_GT(ahead, 1000U) << "hardly anything was tried";
+}
+
+TEST(Prefetching, AsksForTheQuotasOfOneFilesystemInTurn) {
+    std::mutex mutex;
+    std::multiset<std::string> inProgress;
+    std::size_t together = 0;
+    const CommandExecutor host = [&](const std::string& command) -> std::string {
+        if (command.find(" list ") != std::string::npos) {
+            std::string names;
+            for (int i = 0; i < 200; ++i)
+                names += "p/f" + util::str(i) + "\t1\t1\t1\n";
+            return names;
+        }
+        const std::string name = command.substr(command.rfind(' ') + 1);
+        const bool isQuota = command.find("space ") != std::string::npos;
+        for (int round = 0; isQuota && round < 100; ++round) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (round == 0)
+                inProgress.insert(name);
+            together += inProgress.count(name) > 1 ? 1 : 0;
+            if (round == 99)
+                inProgress.erase(inProgress.find(name));
+        }
+        return "TYPE \n";
+    };
+    for (std::size_t workers = 1; workers <= 8; ++workers) { // with few, the caller asks itself
+        PrefetchingOptions options;
+        options.workers = workers;
+        const CommandExecutor executor = PrefetchingExecutor(host, options);
+        const InstalledExecutor installed(executor);
+        for (int run = 0; run < 3; ++run)
+            ZfsDatasetEnumerator().EnumerateType("p", ZfsDataset::filesystem, executor);
+    }
+    EXPECT_EQ(together, 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(, HostileHosts, testing::Values(1, 2, 3, 4));

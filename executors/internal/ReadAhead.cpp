@@ -147,6 +147,30 @@ private:
     ReadAhead& ahead_;
 };
 
+/// A caller's turn to ask for the quotas of a filesystem: waits until nobody else does.
+class ReadAhead::QuotasTurn {
+public:
+    QuotasTurn(ReadAhead& ahead, Lock& lock, std::string_view filesystem)
+        : ahead_(ahead), filesystem_(filesystem) {
+        const NoCancellation noCancellation;
+        std::vector<std::string>& names = ahead_.quotasInProgress_;
+        ahead_.jobEnded_.wait(lock, [&] {
+            return std::find(names.begin(), names.end(), filesystem_) == names.end();
+        });
+        names.push_back(filesystem_);
+    }
+    ~QuotasTurn() {
+        const Lock lock(ahead_.mutex_);
+        ahead_.EndQuotas(filesystem_);
+    }
+    QuotasTurn(const QuotasTurn&) = delete;
+    QuotasTurn& operator=(const QuotasTurn&) = delete;
+
+private:
+    ReadAhead& ahead_;
+    std::string filesystem_;
+};
+
 ReadAhead::ReadAhead(CommandExecutor executor, const PrefetchingOptions& options)
     : executor_(std::move(executor)),
       options_(options), getAll_{"/usr/bin/env -i zfs get all ",
@@ -210,6 +234,7 @@ std::string ReadAhead::RunChange(const std::string& command) {
 
 std::string ReadAhead::RunRead(const std::string& command) {
     bool isBatched = false;
+    std::optional<QuotasTurn> turn;
     Lock lock(mutex_);
     for (;;) { // each time round, others may have changed everything
         Plan* plan = &datasets_;
@@ -236,6 +261,10 @@ std::string ReadAhead::RunRead(const std::string& command) {
             const std::size_t count = isBatched && !planned.isTried ? BatchSize(*plan, *step) : 1;
             if (count < 2) {
                 planned.isTried = true;
+                if (IsQuota(following) && !turn) {
+                    turn.emplace(*this, lock, plan->NameOf(*step));
+                    continue; // the names may be others by now
+                }
                 break;
             }
             DropOldest();
@@ -469,6 +498,8 @@ void ReadAhead::Work() noexcept {
         const posix::internal::ThreadStop stop(job->stop);
         RunJob(lock, job);
         --busyWorkers_;
+        if (!job->quotasOf.empty())
+            EndQuotas(job->quotasOf);
         jobEnded_.notify_all();
     }
 }
@@ -479,20 +510,42 @@ std::shared_ptr<Job> ReadAhead::NextJob() {
         if (changes_ > 0 || IsWindowFull())
             return nullptr;
         for (Plan* plan : {&datasets_, &pools_}) {
-            std::size_t& step = plan->frontier;
-            step = std::max(step, plan->next);
-            for (; plan->isReadAhead && step < plan->steps.size(); ++step) {
+            plan->frontier = std::max(plan->frontier, plan->next);
+            bool isFirst = true; // of those that can be read ahead, now or later
+            for (std::size_t step = plan->frontier; plan->isReadAhead && step < plan->steps.size();
+                 ++step) {
                 const FollowingCommand& following = plan->CommandOf(step);
                 if (plan->steps[step].isTried || !following.isWanted)
                     continue;
+                if (std::exchange(isFirst, false))
+                    plan->frontier = step;
+                const std::string filesystem(IsQuota(following) ? plan->NameOf(step) : "");
+                const auto& busy = quotasInProgress_;
+                if (!filesystem.empty() &&
+                    std::find(busy.begin(), busy.end(), filesystem) != busy.end())
+                    continue;
                 const std::size_t count = following.isBatched ? BatchSize(*plan, step) : 1;
-                return MakeJob(*plan, step, std::max<std::size_t>(count, 1));
+                auto job = MakeJob(*plan, step, std::max<std::size_t>(count, 1));
+                if (!filesystem.empty())
+                    quotasInProgress_.push_back(job->quotasOf = filesystem);
+                return job;
             }
         }
     } catch (const std::bad_alloc&) {
         datasets_.isReadAhead = pools_.isReadAhead = false;
     }
     return nullptr;
+}
+
+bool ReadAhead::IsQuota(const FollowingCommand& following) const noexcept {
+    return &following == &userspace_ || &following == &groupspace_;
+}
+
+void ReadAhead::EndQuotas(const std::string& filesystem) noexcept {
+    auto& names = quotasInProgress_;
+    names.erase(std::find(names.begin(), names.end(), filesystem));
+    jobEnded_.notify_all();
+    mayWork_.notify_one();
 }
 
 bool ReadAhead::IsWindowFull() const noexcept {

@@ -46,6 +46,7 @@ struct Job {
     std::vector<std::optional<std::string>> answers; ///< one for each step
     std::size_t answersLeft = 0;
     std::size_t bytes = 0; ///< of these; while it runs, as many as are expected
+    std::string quotasOf;  ///< the filesystem whose quotas it asks for; empty for other commands
     std::atomic<bool> stop{false};
 };
 
@@ -145,6 +146,7 @@ private:
     using Lock = std::unique_lock<std::mutex>;
     struct Outcome;
     class ChangeInProgress;
+    class QuotasTurn;
 
     std::string RunList(const std::string& command, Plan& plan,
                         std::vector<FollowingCommand*> following);
@@ -166,6 +168,8 @@ private:
     void StartWorkers();
     void Work() noexcept;
     std::shared_ptr<Job> NextJob();
+    [[nodiscard]] bool IsQuota(const FollowingCommand& following) const noexcept;
+    void EndQuotas(const std::string& filesystem) noexcept;
     [[nodiscard]] bool IsWindowFull() const noexcept;
     [[nodiscard]] std::size_t HeldBytes() const noexcept;
 
@@ -179,8 +183,11 @@ private:
     Plan datasets_, pools_;
     Pace pace_;
     std::vector<std::shared_ptr<Job>> jobs_; ///< those that run, and those with answers left
-    std::size_t window_ = 0;                 ///< how many jobs there may be; it grows with success
-    std::size_t changes_ = 0;                ///< commands in progress that may change something
+    /// The filesystems whose quotas are being asked for. While one is not mounted, the tools refuse
+    /// to read its user and its group quotas at the same time: "dataset is busy".
+    std::vector<std::string> quotasInProgress_;
+    std::size_t window_ = 0;  ///< how many jobs there may be; it grows with success
+    std::size_t changes_ = 0; ///< commands in progress that may change something
     std::size_t busyWorkers_ = 0;
     bool isEnding_ = false;
     std::vector<std::thread> workers_;
