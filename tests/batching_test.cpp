@@ -578,6 +578,34 @@ TEST(Prefetching, LearnsWhatIsNotAskedFor) {
     EXPECT_LE(host.commands.size(), 1U + 300 / 10 + 40);
 }
 
+TEST(Prefetching, HoldsFewBytes) {
+    FakeHost host(300);
+    PrefetchingOptions options = Workers(1, 1);
+    options.bytesAhead = 100;
+    const CommandExecutor executor = PrefetchingExecutor(host.Executor(), options);
+    std::size_t taken = executor(list + "volume p").size();
+    for (const std::string& name : host.names) {
+        taken += Ask(executor, name).size();
+        host.Answer(list); // the caller is slower than the worker
+        const std::lock_guard<std::mutex> lock(host.mutex);
+        ASSERT_LT(host.textRead, taken + 100 + 200) << "and one answer";
+    }
+}
+
+TEST(Prefetching, RunsNothingAheadOnceStopped) {
+    FakeHost host(30);
+    host.distort = [](const auto&) -> std::string {
+        throw posix::CCommandFailure("zfs", posix::CCommandFailure::Kind::Stopped, 0, "", "");
+    };
+    const CommandExecutor executor = PrefetchingExecutor(host.Executor(), Workers(1));
+    executor(list + "volume p");
+    Ask(executor, "p/d0");
+    for (int i = 0; i < 1000; ++i)
+        host.Answer(list); // time for the worker
+    const std::lock_guard<std::mutex> lock(host.mutex);
+    EXPECT_EQ(host.commands.size(), 3U) << "list, batch, single";
+}
+
 TEST(Prefetching, EndsItsCommandsBeforeAChangeAndAtItsEnd) {
     std::atomic<int> running{0};
     std::promise<void> begun;

@@ -38,7 +38,7 @@ protected:
             sed "s#^#command=\"env FAKE=$FAKE sh $PWD/script\" #" tools.pub >> keys
             sed 's/^/command="echo this is another service" /' forced.pub >> keys
             sed "s#^#command=\"read pid <$PWD/pid; kill \$pid; exec sleep 5\" #" deadly.pub >> keys
-            printf '#!/bin/sh\nexec /usr/bin/ssh -F none "$@"\n' > bin/ssh; chmod +x bin/ssh
+            printf '#!/bin/sh\necho "$@" >>%s/calls\nexec /usr/bin/ssh -F none "$@"\n' $PWD > bin/ssh; chmod +x bin/ssh
             printf '%s\n' 'ListenAddress 127.0.0.1' "HostKey $PWD/host" "SetEnv HOME=$PWD" \
                 "AuthorizedKeysFile $PWD/keys" StrictModes=no PidFile=none MaxSessions=2 > config)sh");
         std::string line; // another program may have the port
@@ -207,6 +207,9 @@ TEST_F(Ssh, EndsTheConnectionOfAnInterruptedRun) {
     EXPECT_THAT([&] { Inspect("deadly", "importable"); },
                 testing::ThrowsMessage<CCommandFailure>(HasSubstr("failed: killed by signal 15")));
     EXPECT_EQ(1, Connections());
+    const std::string folder = "$(grep -o '/tmp/zfslib-ssh-......' " + folder_ + "/calls)";
+    EXPECT_THAT([&] { CSimpleCmdExec::RunCommand("ls -d " + folder); },
+                testing::ThrowsMessage<CCommandFailure>(HasSubstr("'/tmp/zfslib-ssh-")));
 }
 
 #endif
