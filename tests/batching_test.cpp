@@ -19,6 +19,7 @@
 #include <random>
 #include <set>
 #include <thread>
+#include <unistd.h>
 
 namespace zfslib::executors {
 namespace {
@@ -502,6 +503,15 @@ TEST(Batching, OnlyCommandsThatReadKeepWhatIsHeld) {
           env + "mount -F zfs p/d1 /m", env + "zpool set autoexpand=on p",
           std::string("sh -c status"), list + "snapshot p"})
         EXPECT_FALSE(isHeldAfter(command)) << command;
+    FakeHost host(2);
+    const CommandExecutor batching = BatchingExecutor(host.Executor());
+    host.change = [&] {
+        Ask(batching, "p/d0"); // as another caller may in the meantime
+        host.rows["p/d1"] = {{"type", "changed", "-"}};
+    };
+    batching(list + "filesystem p");
+    batching("zfs set a:b=c p/d1");
+    EXPECT_THAT(Ask(batching, "p/d1"), testing::HasSubstr("changed"));
 }
 
 /// Asks for all that an enumeration of the filesystems asks for.
@@ -527,14 +537,14 @@ TEST(Prefetching, RecordingsAreTheSameWhateverTheNumberOfWorkers) {
                      {"p/d9", {}},
                      {"p/d40", {{"a:b", std::string(300, 'x'), "local"}, {"type", "x", "-"}}}};
         host.failing = {"/usr/bin/env -i zfs userspace p/d30"};
-        const std::string path = testing::TempDir() + "/prefetching.rec";
-        std::filesystem::remove(path);
+        const std::string path = testing::TempDir() + "/prefetching" + util::str(getpid());
         Enumerate(
             RecordingExecutor(PrefetchingExecutor(host.Executor(), Workers(workers, names)), path),
             host);
         std::ifstream file(path);
         std::string head; // has the time in it
         std::getline(file, head);
+        std::filesystem::remove(path);
         return (std::ostringstream() << file.rdbuf()).str();
     };
     const std::string expected = recorded(0, 256);
@@ -594,11 +604,14 @@ TEST(Prefetching, HoldsFewBytes) {
 
 TEST(Prefetching, RunsNothingAheadOnceStopped) {
     FakeHost host(30);
-    host.distort = [](const auto&) -> std::string {
+    std::promise<void> begun;
+    host.distort = [&begun](const auto&) -> std::string {
+        begun.set_value();
         throw posix::CCommandFailure("zfs", posix::CCommandFailure::Kind::Stopped, 0, "", "");
     };
     const CommandExecutor executor = PrefetchingExecutor(host.Executor(), Workers(1));
     executor(list + "volume p");
+    begun.get_future().wait();
     Ask(executor, "p/d0");
     for (int i = 0; i < 1000; ++i)
         host.Answer(list); // time for the worker
