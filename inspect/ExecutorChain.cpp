@@ -53,9 +53,9 @@ CommandExecutor OtherHost(const Options& options, StandardError standardError) {
 }
 
 CommandExecutor ThisHost(const Options& options, StandardError standardError) {
-    if (options.command == Command::State) // its lines quote the names in them for a shell
-        return zfslib::Executors::TimedShellExecutor(options.timeoutSeconds);
-    return zfslib::Executors::ChildExecutor({options.timeoutSeconds, std::move(standardError)});
+    const bool shell = options.command == Command::State; // its lines quote the names in them
+    return zfslib::Executors::ChildExecutor(
+        {options.timeoutSeconds, std::move(standardError), shell});
 }
 
 /// Runs commands on a host. The recorder goes around the rest: what it writes are the library's own

@@ -400,6 +400,16 @@ Report GatherVolume(const Options& options, const CommandExecutor& executor) {
     return report;
 }
 
+Report GatherState(const Options& options, const CommandExecutor& executor) {
+    try {
+        return StateReport{zfslib::restore::ReadHostState(options.operands, executor),
+                           options.withAll};
+    } catch (const std::exception&) {
+        CheckToolsAreThere(executor); // "zfs 2>&1 || :" succeeds without them
+        throw;
+    }
+}
+
 LocatedPath Locate(const std::string& path) {
     LocatedPath located;
     located.path = path;
@@ -510,8 +520,7 @@ Report Gather(const Options& options, const CommandExecutor& executor) {
     case Command::Importable:
         return ImportableReport{zfslib::EnumerateZpool4Import(executor)};
     case Command::State:
-        return StateReport{zfslib::restore::ReadHostState(options.operands, executor),
-                           options.withAll};
+        return GatherState(options, executor);
     }
     throw std::logic_error("a command without a meaning");
 }

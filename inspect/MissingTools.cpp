@@ -28,14 +28,14 @@ std::string ToolOf(const std::string& command) {
     return tool == "zfs" || tool == "zpool" ? tool : std::string();
 }
 
-std::string Folders() {
+} // namespace
+
+std::string SearchedFolders() {
     std::string folders;
     for (const char c : zfslib::executors::toolFolders)
         folders += c == ':' ? std::string(", ") : std::string(1, c);
     return folders;
 }
-
-} // namespace
 
 zfslib::CommandExecutor NamingMissingTools(zfslib::CommandExecutor executor) {
     return [executor = std::move(executor)](const std::string& command) {
@@ -47,7 +47,7 @@ zfslib::CommandExecutor NamingMissingTools(zfslib::CommandExecutor executor) {
                 failure.GetCode() != ENOENT)
                 throw;
             throw MissingTools("there are no ZFS tools on the host: no " + tool + " in " +
-                               Folders());
+                               SearchedFolders());
         }
     };
 }

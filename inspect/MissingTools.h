@@ -3,6 +3,7 @@
 #include "zfstools/Executor.h"
 
 #include <stdexcept>
+#include <string>
 
 namespace inspect {
 
@@ -11,6 +12,9 @@ class MissingTools : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+
+/// The folders that the tools are looked for in, divided by ", ".
+[[nodiscard]] std::string SearchedFolders();
 
 /// An executor that passes every command on to `executor`, and throws MissingTools when that finds
 /// no such tool.

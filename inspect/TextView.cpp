@@ -2,6 +2,7 @@
 
 #include "inspect/Escape.h"
 #include "inspect/HealthView.h"
+#include "inspect/MissingTools.h"
 #include "inspect/Size.h"
 #include "inspect/StateText.h"
 #include "inspect/Table.h"
@@ -97,8 +98,10 @@ struct TextPrinter {
     void operator()(const HealthReport& report) const { PrintHealthText(out, report); }
 
     void operator()(const ToolsReport& report) const {
-        out << (report.installed ? "The ZFS tools are installed.\n"
-                                 : "The ZFS tools are not installed.\n");
+        if (report.installed)
+            out << "The ZFS tools are installed.\n";
+        else
+            out << "The ZFS tools are not installed. Searched: " << SearchedFolders() << ".\n";
     }
 
     void operator()(const DatasetsReport& report) const {

@@ -35,7 +35,8 @@ TEST(Executors, StandardErrorIsKeptApart) {
     EXPECT_EQ(executor("echo  out"), "out\n");
     EXPECT_EQ(executor("sh -c echo${IFS}in;echo${IFS}err>&2"), "in\n");
     EXPECT_THROW(executor("sh -c echo${IFS}err>&2;false"), CCommandFailure);
-    EXPECT_EQ(told, "sh -c echo${IFS}in;echo${IFS}err>&2err\n");
+    EXPECT_EQ(Executors::ChildExecutor({0, tell, true})("echo 'a  b'; echo x >&2"), "a  b\n");
+    EXPECT_EQ(told, "sh -c echo${IFS}in;echo${IFS}err>&2err\necho 'a  b'; echo x >&2x\n");
     EXPECT_EQ(Executors::ChildExecutor({})("sh -c echo${IFS}err>&2"), "");
 }
 
@@ -45,7 +46,7 @@ TEST(Executors, TimedOnes) {
               "a\nb\n");
     for (const CommandExecutor& executor :
          {Executors::TimedChildProcessExecutor(1), Executors::TimedShellExecutor(1),
-          Executors::ChildExecutor({1, {}})})
+          Executors::ChildExecutor({1, {}, false})})
         EXPECT_THAT([&] { executor("sleep 600"); },
                     ThrowsMessage<CCommandFailure>("Command [sleep 600] failed: timed out after "
                                                    "1 s, its outcome is unknown"));

@@ -626,7 +626,7 @@ TEST(InspectParts, TellAHostWithoutToolsFromOneWhereTheyFail) {
     }
     Options options;
     options.operands = {"/tank"};
-    for (const Command command : {Command::Volume, Command::Locate}) {
+    for (const Command command : {Command::Volume, Command::Locate, Command::State}) {
         options.command = command;
         const auto missing = [](const std::string&) -> std::string { throw MissingTools("x"); };
         const InstalledExecutor installed(missing);

@@ -41,6 +41,12 @@ Answer ExecuteWords(const std::string& command, int timeoutSeconds) {
     return answer;
 }
 
+Answer ExecuteLine(const std::string& line, int timeoutSeconds) {
+    Answer answer;
+    answer.output = posix::CSimpleCmdExec::RunShellCommand(line, timeoutSeconds, answer.errorText);
+    return answer;
+}
+
 /// Both texts in one, standard output first: there the parsers look for the tools' headers.
 std::string Joined(Answer answer) {
     if (!answer.errorText.empty())
@@ -86,7 +92,8 @@ CommandExecutor TimedChildProcessExecutor(int timeoutSeconds) {
 
 CommandExecutor ChildExecutor(ChildOptions options) {
     return [options = std::move(options)](const std::string& command) {
-        Answer answer = ExecuteWords(command, options.timeoutSeconds);
+        Answer answer = options.shell ? ExecuteLine(command, options.timeoutSeconds)
+                                      : ExecuteWords(command, options.timeoutSeconds);
         if (answer.errorText.empty())
             return std::move(answer.output);
         if (options.standardError)

@@ -50,10 +50,12 @@ struct ChildOptions {
     /// Receives what a command that succeeded wrote to standard error (a loader's warning, an audit
     /// line). Empty: that goes to the log (debug). Several threads may call it at once.
     std::function<void(const std::string& command, const std::string& text)> standardError;
+    /// Hands each line to /bin/sh, as TimedShellExecutor does, instead of splitting it into words.
+    bool shell = false;
 };
 
-/// An executor like ChildProcessExecute that returns standard output alone, so that nothing but the
-/// tool's answer reaches a parser.
+/// An executor like ChildProcessExecute, or through a shell, that returns standard output alone, so
+/// that nothing but the tool's answer reaches a parser.
 ZFSLIB_EXPORT CommandExecutor ChildExecutor(ChildOptions options);
 
 /// An executor like posix::CSimpleCmdExec::RunCommand (through /bin/sh, standard output back) with

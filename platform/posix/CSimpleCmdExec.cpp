@@ -325,9 +325,17 @@ std::string CSimpleCmdExec::RunCommand(const std::string& commandLine) {
 
 std::string CSimpleCmdExec::RunShellCommand(const std::string& commandLine, int timeoutSeconds) {
     const logging::log_section_t log("zfslib");
+    std::string errorText;
+    std::string output = RunShellCommand(commandLine, timeoutSeconds, errorText);
+    if (!errorText.empty())
+        log.dbg("Command [%1] wrote to standard error: [%2]", commandLine, errorText);
+    return output;
+}
+
+std::string CSimpleCmdExec::RunShellCommand(const std::string& commandLine, int timeoutSeconds,
+                                            std::string& errorText) {
     Streams streams = Run({commandLine, "/bin/sh", {"-c", commandLine}, false, timeoutSeconds});
-    if (!streams.error.Text().empty())
-        log.dbg("Command [%1] wrote to standard error: [%2]", commandLine, streams.error.Text());
+    errorText = std::move(streams.error.Text());
     return std::move(streams.output.Text());
 }
 

@@ -85,6 +85,11 @@ public:
     /// Like RunCommand, with the time-out of RunCommandAndGetOutput.
     static std::string RunShellCommand(const std::string& commandLine, int timeoutSeconds);
 
+    /// The same, but `errorText` receives what a command that succeeded wrote to standard error,
+    /// and the log does not.
+    static std::string RunShellCommand(const std::string& commandLine, int timeoutSeconds,
+                                       std::string& errorText);
+
     /// Starts `program` with `arguments`, no shell, and waits for it. `firstText` receives its
     /// standard error and `secondText` its standard output; with `mergeError` both go into
     /// `secondText`, in the order written. A program without a "/" is looked up in the directories
