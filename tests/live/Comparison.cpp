@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <type_traits>
@@ -325,6 +326,10 @@ Tally Compare(const Json& told, const Truth& truth) {
         told.at("datasets"), truth.datasets,
         [&](const std::string& name, const Json& dataset, const auto& exact) {
             comparison.Text(name + " type", dataset.at("type"), exact.at("type").value);
+            const std::size_t divider = name.find_last_of("/@");
+            comparison.Text(name + " parent", dataset.at("parent").dump(),
+                            divider == std::string::npos ? "null"
+                                                         : Json(name.substr(0, divider)).dump());
             for (const auto& [size, property] :
                  {std::pair("used", "used"), std::pair("available", "available"),
                   std::pair("usedByRefreservation", "usedbyrefreservation")})
@@ -343,6 +348,17 @@ Tally Compare(const Json& told, const Truth& truth) {
             comparison.Size(name + " size", pool.at("rawSize"), exact.at("size").value);
             comparison.Size(name + " allocated", pool.at("rawAllocated"),
                             exact.at("allocated").value);
+            const double ratio = util::StringToDouble(exact.at("dedupratio").value);
+            const auto size =
+                static_cast<std::uint64_t>(std::ceil(ratio) * pool.at("rawSize").get<double>());
+            const auto allocated =
+                static_cast<std::uint64_t>(ratio * pool.at("rawAllocated").get<double>());
+            const Json corrected = {size, allocated, size - allocated, nullptr};
+            comparison.Text(name + " corrected",
+                            Json{pool.at("size"), pool.at("allocated"), pool.at("available"),
+                                 pool.at("spaceError")}
+                                .dump(),
+                            corrected.dump());
             comparison.Properties(name, pool.at("properties"), exact, NamesOf<Zpool::Properties>());
             comparison.Text(name + " devices", DevicesOf(pool), truth.devices.at(name));
         });
