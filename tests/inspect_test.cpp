@@ -203,7 +203,7 @@ TEST(Inspect, JudgesHealth) {
     for (const auto& row : rows)
         EXPECT_EQ(row.reasons, judge(row.status, {}, {}, 0)) << row.status;
     zfslib::PoolSpace space;
-    for (const std::uint64_t capacity : {89, 90}) {
+    for (const std::uint64_t capacity : {89U, 90U}) {
         space.capacity = capacity;
         EXPECT_EQ(capacity == 90 ? "capacity" : "", judge(" state: ONLINE\n", space, {}, 0));
     }
@@ -435,8 +435,8 @@ TEST(Inspect, ShowsAStateWithoutLossAsJson) {
     const auto& pools = state["pools"];
     EXPECT_EQ(pools[0]["altroot"], "/alt");
     EXPECT_EQ(pools[1]["devices"][1]["ashift"], 13);
-    const auto find = [](const nlohmann::json& list, const std::string& name) {
-        return *std::find_if(list.begin(), list.end(),
+    const auto find = [](const nlohmann::json& items, const std::string& name) {
+        return *std::find_if(items.begin(), items.end(),
                              [&](const auto& item) { return item["name"] == name; });
     };
     const auto a = find(state["datasets"], "tank/a");

@@ -262,7 +262,7 @@ TEST(PropertyRows, WhatMovedBetweenIsNotRead) {
     tab.rows[5].value = "a\tc";
     EXPECT_THROW(tab.Read(before), internal::StateMoved) << "asked for, it is another";
     EXPECT_THROW(Rows(host).Read("tank\ttype"), internal::StateMoved);
-    EXPECT_THROW(internal::DescribeMoves("", "tank\tquota\n"), std::runtime_error);
+    EXPECT_THROW((void)internal::DescribeMoves("", "tank\tquota\n"), std::runtime_error);
 
     const std::string skeleton = "t\ttype\t-\nt\tquota\tlocal\nt\tused\t-\nt\tu:a\tlocal\n";
     for (const auto& [after, moves] : std::vector<std::pair<std::string, std::string>>{
@@ -356,9 +356,10 @@ TEST(PoolDevices, AreReadWithWhatMakingThemAgainNeeds) {
               "sdb1|0|6||/dev/sdb1|0|19|INUSE\n");
     std::string other = byGuid;
     other.erase(other.find("\t    12"), other.find("\t    13") - other.find("\t    12"));
-    EXPECT_THROW(internal::ReadDevices(rows(byName), rows(byPath), rows(other), "Linux"),
+    EXPECT_THROW((void)internal::ReadDevices(rows(byName), rows(byPath), rows(other), "Linux"),
                  internal::StateMoved);
-    EXPECT_THROW(internal::ReadDevices(rows("no such pool"), {}, {}, "Linux"), std::runtime_error);
+    EXPECT_THROW((void)internal::ReadDevices(rows("no such pool"), {}, {}, "Linux"),
+                 std::runtime_error);
 }
 
 /// The written Solaris host, with some answers changed.
