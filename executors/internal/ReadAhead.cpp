@@ -410,8 +410,7 @@ void ReadAhead::Fail(Job& job, const Outcome& outcome) {
 std::string ReadAhead::TakeAnswer(Plan& plan, std::size_t step) {
     const std::shared_ptr<Job> job = std::exchange(plan.steps[step].job, nullptr);
     std::optional<std::string>& answer = job->answers[(step - job->firstStep) / plan.Stride()];
-    std::string text = *std::move(answer);
-    answer.reset();
+    std::string text = *std::exchange(answer, std::nullopt);
     job->bytes -= text.size();
     const bool endsJob = --job->answersLeft == 0;
     if (endsJob)
