@@ -37,7 +37,7 @@ struct Recording {
     /// What is cut short and left out, for people: "NAME:LINE: the answer to [zfs list] is cut
     /// short".
     std::vector<std::string> missing;
-    End end = End::Unmarked;
+    End end = End::Unmarked; ///< how the text ends
     /// How many bytes at the end of the text are the beginning of a line and say nothing.
     std::size_t cutBytes = 0;
 };

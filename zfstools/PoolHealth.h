@@ -52,18 +52,20 @@ struct ZFSLIB_EXPORT PoolHealth {
     /// What the tool says of a scrub or a resilver. A pool can have two: a sequential resilver
     /// stands beside the scrub.
     struct Scan {
+        /// What is looked through; None: the tool says that none was requested.
         enum class Kind { Unknown = 0, None = 1, Scrub = 2, Resilver = 3, ErrorScrub = 4 };
+        /// How far it is.
         enum class Progress { Unknown = 0, Running = 1, Paused = 2, Finished = 3, Cancelled = 4 };
 
-        std::string text; ///< the whole, in one line
-        Kind kind = Kind::Unknown;
-        Progress progress = Progress::Unknown;
-        std::string device;                ///< of a sequential resilver: "mirror-0"
-        std::optional<double> percentDone; ///< while it runs or is paused
-        std::string timeLeft;              ///< the tool's estimate: "00:00:18", "0h11m"; or empty
-        std::string duration;              ///< "00:00:02", "0 days 00:03:10"; or empty
-        Time started;                      ///< while it runs or is paused
-        Time paused;
+        std::string text;                      ///< the whole, in one line
+        Kind kind = Kind::Unknown;             ///< told from the text
+        Progress progress = Progress::Unknown; ///< told from the text
+        std::string device;                    ///< of a sequential resilver: "mirror-0"
+        std::optional<double> percentDone;     ///< while it runs or is paused
+        std::string timeLeft;                ///< the tool's estimate: "00:00:18", "0h11m"; or empty
+        std::string duration;                ///< "00:00:02", "0 days 00:03:10"; or empty
+        Time started;                        ///< while it runs or is paused
+        Time paused;                         ///< while it is paused
         Time ended;                          ///< when it finished or was cancelled
         std::optional<Amount> repaired;      ///< bytes; of a resilver, what was resilvered
         std::optional<std::uint64_t> errors; ///< of a finished one
@@ -88,34 +90,38 @@ struct ZFSLIB_EXPORT PoolHealth {
 
     /// The numbers in the name of a draid: "draid1:2d:6c:1s-0".
     struct DraidGeometry {
-        unsigned parity = 0, data = 0, children = 0, spares = 0;
+        unsigned parity = 0;   ///< 1, the digit behind "draid"
+        unsigned data = 0;     ///< 2, data disks in a group
+        unsigned children = 0; ///< 6, disks in all
+        unsigned spares = 0;   ///< 1, distributed ones
     };
 
     /// A row of the device table, with all that stands below it.
     struct Device {
-        std::string name; ///< as printed; of a missing device, often a number
-        DeviceType type = DeviceType::Disk;
-        std::optional<DraidGeometry> draid;
-        State state = State::Unknown;
-        std::string stateText; ///< empty when none is printed
+        std::string name;                   ///< as printed; of a missing device, often a number
+        DeviceType type = DeviceType::Disk; ///< told from the name and what is below it
+        std::optional<DraidGeometry> draid; ///< of a draid
+        State state = State::Unknown;       ///< Unknown too when none is printed
+        std::string stateText;              ///< empty when none is printed
         /// @{
         /// Errors since they were cleared; missing where none are printed, as for a spare. Slow:
         /// I/O operations that took too long (zpool status -s).
         std::optional<Amount> read, write, checksum, slow;
         /// @}
         std::string note; ///< what stands behind: "was /dev/sdc", "too many errors"; or empty
-        std::vector<Device> devices;
+        std::vector<Device> devices; ///< below it, in the order printed
     };
 
     /// A part of the device table that has a title: "logs", "cache", "spares", "special".
     struct Section {
-        std::string name;
-        std::vector<Device> devices;
+        std::string name;            ///< the title
+        std::vector<Device> devices; ///< at its top level, in the order printed
     };
 
     /// A text that has a title which is not known here.
     struct Text {
-        std::string title, text;
+        std::string title; ///< without its colon
+        std::string text;  ///< its lines joined by blanks
     };
 
     /// The health of a pool, from an executor's answers: runs
@@ -138,9 +144,9 @@ struct ZFSLIB_EXPORT PoolHealth {
     /// Unknown for a word that is none of them.
     static State StringToState(const std::string& text);
 
-    std::string name;
-    State state = State::Unknown;
-    std::string stateText; ///< empty when none is printed
+    std::string name;             ///< of the pool; may hold blanks
+    State state = State::Unknown; ///< of the pool; Unknown too when none is printed
+    std::string stateText;        ///< empty when none is printed
 
     /// @{
     /// The text behind that title, its lines joined by blanks; empty without one.
