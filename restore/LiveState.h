@@ -1,0 +1,56 @@
+#pragma once
+
+#include "../platform/zfslib_export.h"
+#include "../restore/HostState.h"
+#include "../zfstools/Executor.h"
+
+#include <string>
+#include <vector>
+
+namespace zfslib::restore {
+
+struct PlanOptions;
+
+/// A pool that `zpool import` lists.
+struct ImportablePool {
+    std::string name;
+    std::string guid;  ///< decimal digits
+    std::string state; ///< "ONLINE", "DEGRADED", "UNAVAIL", ...
+};
+
+/// A disk or file that a pool is to be made of.
+struct DiskState {
+    std::string path;     ///< as a plan has it in `zpool create`
+    bool isThere = false; ///< a file or device has this path
+    std::string usedBy;   ///< the imported pool that uses it; empty when none does
+};
+
+/// What stands where a saved state is to be put back.
+struct LiveState {
+    /// What is there of the roots. Its `roots` are those that exist; it may have none, and no
+    /// datasets, but always has the tools.
+    HostState state;
+    std::vector<std::string> missingRoots; ///< those that do not exist
+    /// The datasets right above the roots, or the nearest that exist, in the order of ComesBefore:
+    /// for what the roots inherit. They are never changed.
+    std::vector<DatasetState> above;
+    /// Read only where a pool is missing.
+    std::vector<ImportablePool> importablePools;
+    /// Those that pools have to be made of. Read only where a pool is missing.
+    std::vector<DiskState> disks;
+    /// Of the snapshots that the saved state tells of, those that exist, sorted.
+    std::vector<std::string> snapshots;
+};
+
+/// Reads what a plan has to know of this host: the saved roots under the names they are to get, as
+/// ReadHostState does, and what is around them. Roots and pools that are missing are no error.
+///
+/// `executor` as for ReadHostState. Runs its commands, and before them `zpool list`, `zfs list` of
+/// each pool with a root that is no pool, `zpool import` and `zpool status` when a pool is missing,
+/// one `ls` for each disk it needs, and one `zfs list` of snapshots where some were saved.
+/// Errors: as ReadHostState; std::runtime_error for options that name what was not saved.
+[[nodiscard]] ZFSLIB_EXPORT LiveState ReadLiveState(const HostState& saved,
+                                                    const PlanOptions& options,
+                                                    const CommandExecutor& executor);
+
+} // namespace zfslib::restore

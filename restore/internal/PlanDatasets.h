@@ -1,0 +1,24 @@
+#pragma once
+
+#include "restore/internal/PlanDraft.h"
+
+#include <string>
+#include <vector>
+
+namespace zfslib::restore::internal {
+
+/// What only creation can set of a dataset: one "property=value" each, for `zfs create -o` and, of
+/// a pool's root, `zpool create -O`.
+struct CreationOptions {
+    std::vector<std::string> properties;
+    std::string asksFor; ///< as Step has it: of the key of an encryption root
+};
+
+/// `parent` is the saved dataset above, nothing for a root.
+[[nodiscard]] CreationOptions CreationOptionsOf(const PlanInput& input, const DatasetState& saved,
+                                                const DatasetState* parent);
+
+/// Adds what file systems, volumes and snapshots need. The pools have to be in the draft.
+void PlanDatasets(const PlanInput& input, PlanDraft& draft);
+
+} // namespace zfslib::restore::internal

@@ -1,0 +1,63 @@
+#include "restore/internal/PlanDraft.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+namespace zfslib::restore::internal {
+
+PlanDraft::StepId PlanDraft::Add(Step step) {
+    const auto maker = MakerOf(step.object.substr(0, step.object.find('@')));
+    if (maker && std::find(step.needs.begin(), step.needs.end(), *maker) == step.needs.end())
+        step.needs.push_back(*maker);
+    plan_.steps.push_back(std::move(step));
+    return plan_.steps.size() - 1;
+}
+
+PlanDraft::StepId PlanDraft::AddMaker(Step step) {
+    const std::string object = step.object;
+    const StepId id = Add(std::move(step));
+    makers_[object] = id;
+    return id;
+}
+
+std::optional<PlanDraft::StepId> PlanDraft::MakerOf(std::string_view object) const {
+    const auto maker = makers_.find(object);
+    if (maker == makers_.end())
+        return std::nullopt;
+    return maker->second;
+}
+
+void PlanDraft::CannotDo(std::string_view object, std::string_view property,
+                         std::optional<std::string> saved, std::optional<std::string> live,
+                         std::string reason) {
+    plan_.cannot.push_back({std::string(object), std::string(property), std::move(saved),
+                            std::move(live), std::move(reason)});
+}
+
+void PlanDraft::Say(std::string_view object, std::string text) {
+    plan_.mentioned.push_back({std::string(object), std::move(text)});
+}
+
+Plan PlanDraft::Finish() && {
+    std::vector<Step>& drafted = plan_.steps;
+    std::vector<StepId> order(drafted.size());
+    std::iota(order.begin(), order.end(), StepId{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](StepId a, StepId b) { return drafted[a].phase < drafted[b].phase; });
+    std::vector<std::size_t> places(drafted.size());
+    for (std::size_t place = 0; place < order.size(); ++place)
+        places[order[place]] = place;
+    std::vector<Step> steps;
+    steps.reserve(drafted.size());
+    for (const StepId id : order) {
+        Step& step = steps.emplace_back(std::move(drafted[id]));
+        for (std::size_t& need : step.needs)
+            need = places[need];
+        std::sort(step.needs.begin(), step.needs.end());
+    }
+    drafted = std::move(steps);
+    return std::move(plan_);
+}
+
+} // namespace zfslib::restore::internal

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "restore/Plan.h"
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Parts of the plan: each adds its steps to one draft.
+namespace zfslib::restore::internal {
+
+/// What all parts of a plan go by.
+struct PlanInput {
+    const HostState& saved;
+    const LiveState& live;
+    const PlanOptions& options;
+
+    [[nodiscard]] const ToolsState& Tools() const noexcept { return live.state.tools; }
+};
+
+/// Steps as they come; they get into order when all are known.
+class PlanDraft {
+public:
+    using StepId = std::size_t;
+
+    /// Adds a step behind those of its phase. What it needs are earlier ids; a step that makes its
+    /// object is added to these by itself.
+    StepId Add(Step step);
+    /// Adds a step that makes its object: a pool, or a dataset.
+    StepId AddMaker(Step step);
+    /// The step that makes the pool or dataset, if one does.
+    [[nodiscard]] std::optional<StepId> MakerOf(std::string_view object) const;
+
+    void CannotDo(std::string_view object, std::string_view property,
+                  std::optional<std::string> saved, std::optional<std::string> live,
+                  std::string reason);
+    void Say(std::string_view object, std::string text);
+
+    /// Nothing is planned for the datasets of this pool, under the name it is to get: it cannot be
+    /// made, or has to be imported first.
+    void LeaveOut(std::string_view pool) { leftOut_.emplace(pool); }
+    [[nodiscard]] bool IsLeftOut(std::string_view pool) const {
+        return leftOut_.find(pool) != leftOut_.end();
+    }
+
+    /// The plan, with its steps in the order of their phases.
+    [[nodiscard]] Plan Finish() &&;
+
+private:
+    Plan plan_;
+    std::map<std::string, StepId, std::less<>> makers_;
+    std::set<std::string, std::less<>> leftOut_;
+};
+
+} // namespace zfslib::restore::internal

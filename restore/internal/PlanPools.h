@@ -1,0 +1,12 @@
+#pragma once
+
+#include "restore/internal/PlanDraft.h"
+
+namespace zfslib::restore::internal {
+
+/// Adds what pools need: those that are missing are imported or made (AddMaker), features and
+/// properties are set, and what differs and cannot be changed is said. Pools whose datasets cannot
+/// be planned are left out.
+void PlanPools(const PlanInput& input, PlanDraft& draft);
+
+} // namespace zfslib::restore::internal
