@@ -63,8 +63,8 @@ struct Step {
     std::optional<std::string> was;    ///< the value that is live; absent when there is none
     std::optional<std::string> willBe; ///< the value after it; absent when that is not foreseen
     std::string why; ///< for people: "was inherited from tank, which is not restored"
-    /// What the command asks a terminal for, or reads from a place of its own: "the passphrase of
-    /// tank/secret". Empty when it asks for nothing.
+    /// What the command asks its terminal for: "the passphrase of tank/secret". Empty when it asks
+    /// for nothing; a key that it reads from a file is named in `why`.
     std::string asksFor;
     /// Set here though it was inherited, as it came from above the roots.
     bool isPinned = false;
