@@ -5,6 +5,7 @@
 #include "restore/internal/PoolDevices.h"
 #include "restore/internal/PropertyRows.h"
 #include "restore/internal/ToolTables.h"
+#include "util/ShellWord.h"
 #include "util/str.h"
 #include "zfstools/logging.h"
 
@@ -27,22 +28,12 @@ namespace {
 
 using internal::ObjectRows;
 using internal::StateMoved;
+using util::ShellWord;
 
-/// `text` as one word for a shell, whatever is in it.
-std::string Quoted(std::string_view text) {
-    std::string quoted = "'";
-    for (const char c : text)
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    return quoted + "'";
-}
-
-std::string Quoted(const std::vector<std::string_view>& names) {
+std::string ShellWords(const std::vector<std::string_view>& names) {
     std::string words;
     for (const std::string_view name : names)
-        words += " " + Quoted(name);
+        words += " " + ShellWord(name);
     return words;
 }
 
@@ -220,7 +211,7 @@ private:
     /// No usage names the columns.
     bool KnowsReceived(const std::string& dataset) {
         try {
-            Run("zfs get -Hp -o received type " + Quoted(dataset));
+            Run("zfs get -Hp -o received type " + ShellWord(dataset));
             return true;
         } catch (const std::exception& error) {
             if (!WasRefused(error))
@@ -248,9 +239,10 @@ private:
         const auto ask = [&](std::string_view object, std::string_view property,
                              std::string_view column) {
             std::string line = "zpool get -Hp -o ";
-            line.append(column).append(" ").append(Quoted(property)).append(" ") += Quoted(pool);
+            line.append(column).append(" ").append(ShellWord(property)).append(" ") +=
+                ShellWord(pool);
             if (object != pool)
-                line += " " + Quoted(object);
+                line += " " + ShellWord(object);
             return RunAgain(line);
         };
         return internal::ReadPropertyRows(skeleton, values, false, ask, {}, *texts_);
@@ -261,7 +253,7 @@ private:
         pool.name = texts_->Keep(name);
         const CommandUsages& usages = state_.tools.zpoolUsage;
         if (TakesOption(usages, "get", 'H') && TakesOption(usages, "get", 'p')) {
-            std::vector<ObjectRows> rows = ReadPoolRows(name, " " + Quoted(name));
+            std::vector<ObjectRows> rows = ReadPoolRows(name, " " + ShellWord(name));
             if (rows.size() != 1)
                 throw StateMoved("the pool went away");
             pool.properties = std::move(rows.front().properties);
@@ -281,7 +273,7 @@ private:
     /// `zpool get all` of a tool that pads columns with blanks: the pool, the property, the value,
     /// which may have blanks in it, and the source.
     std::vector<PropertyValue> ReadPaddedProperties(const std::string& pool) {
-        const std::string text = Run("zpool get all " + Quoted(pool));
+        const std::string text = Run("zpool get all " + ShellWord(pool));
         std::vector<PropertyValue> properties;
         std::string_view rest = text;
         while (!rest.empty()) {
@@ -314,7 +306,7 @@ private:
             if (option != '\0' && !TakesOption(usages, "status", option))
                 return std::string();
             const std::string words = option == '\0' ? std::string() : std::string(" -") + option;
-            return Run("zpool status" + words + " " + Quoted(name));
+            return Run("zpool status" + words + " " + ShellWord(name));
         };
         const std::string byName = status('\0');
         const std::string byPath = status('P');
@@ -329,7 +321,8 @@ private:
 
     void ReadDeviceProperties(const std::string& pool, std::vector<Device>& devices) {
         std::unordered_map<std::string_view, const ObjectRows*> byGuid;
-        const std::vector<ObjectRows> rows = ReadPoolRows(pool, " " + Quoted(pool) + " all-vdevs");
+        const std::vector<ObjectRows> rows =
+            ReadPoolRows(pool, " " + ShellWord(pool) + " all-vdevs");
         for (const ObjectRows& device : rows)
             byGuid.emplace(ValueOf(device.properties, "guid"), &device);
         Complete(devices, byGuid, true);
@@ -374,7 +367,7 @@ private:
     /// `zfs get` with options before the operand, which is one dataset and all below.
     std::string GetBelow(const std::string& options, const std::string& columns,
                          const std::string& root) {
-        return "zfs get -rHp" + options + " -o " + columns + " all " + Quoted(root);
+        return "zfs get -rHp" + options + " -o " + columns + " all " + ShellWord(root);
     }
 
     /// The rows of a root's datasets or snapshots; `skeleton` was read just before.
@@ -386,7 +379,8 @@ private:
         const auto ask = [&](std::string_view object, std::string_view property,
                              std::string_view column) {
             std::string line = "zfs get -Hp -o ";
-            line.append(column).append(" ").append(Quoted(property)).append(" ") += Quoted(object);
+            line.append(column).append(" ").append(ShellWord(property)).append(" ") +=
+                ShellWord(object);
             return RunAgain(line);
         };
         return internal::ReadPropertyRows(skeleton, values, state_.tools.hasReceived, ask, above,
@@ -400,7 +394,7 @@ private:
         internal::SetAbove above;
         if (const auto ancestors = Ancestors(root); !ancestors.empty())
             above = internal::ReadSetAbove(
-                RunAgain("zfs get -Hp -o name,property,source all" + Quoted(ancestors)));
+                RunAgain("zfs get -Hp -o name,property,source all" + ShellWords(ancestors)));
         std::vector<ObjectRows> rows = ReadRows(skeleton, datasets, root, above);
         std::vector<ObjectRows> snapshotRows;
         if (hasTypes) {
@@ -464,7 +458,7 @@ private:
     void ReadHolds(const std::string& root,
                    std::map<std::string_view, SnapshotState, std::less<>>& snapshots) {
         const std::string counts =
-            RunAgain("zfs list -rH -t snapshot -o name,userrefs " + Quoted(root));
+            RunAgain("zfs list -rH -t snapshot -o name,userrefs " + ShellWord(root));
         std::vector<std::pair<std::string_view, std::uint64_t>> held;
         std::string_view rest = counts;
         while (!rest.empty()) {
@@ -482,7 +476,7 @@ private:
                 names.push_back(held[last].first);
                 size += held[last].first.size() + 3;
             }
-            const std::string text = RunAgain("zfs holds -H" + Quoted(names));
+            const std::string text = RunAgain("zfs holds -H" + ShellWords(names));
             if (!AddHolds(text,
                           {held.begin() + static_cast<std::ptrdiff_t>(first),
                            held.begin() + static_cast<std::ptrdiff_t>(last)},
@@ -524,7 +518,7 @@ private:
 
     void ReadHoldsAlone(const Held& held,
                         std::map<std::string_view, SnapshotState, std::less<>>& snapshots) {
-        const std::string text = RunAgain("zfs holds -H " + Quoted(held.first));
+        const std::string text = RunAgain("zfs holds -H " + ShellWord(held.first));
         if (!AddHolds(text, {held}, snapshots))
             SnapshotOf(texts_->Keep(std::string(held.first)), snapshots).holdsDoubt =
                 "a tag holds a tab or a newline";
@@ -552,7 +546,7 @@ private:
     void ReadQuotas(DatasetState& dataset) {
         const std::string columns =
             state_.tools.hasObjectQuotas ? "type,name,quota,objquota " : "type,name,quota ";
-        const std::string name = Quoted(dataset.name);
+        const std::string name = ShellWord(dataset.name);
         AddQuotas(Run("zfs userspace -Hpn -t all -o " + columns + name), dataset);
         if (state_.tools.hasProjectQuotas)
             AddQuotas(Run("zfs projectspace -Hp -o " + columns + name), dataset);
@@ -596,8 +590,8 @@ private:
         const auto limit = NumberOf(ValueOf(dataset.properties, defaultProperty));
         if (limit != quota.limit)
             return true;
-        const std::string answer =
-            Run("zfs get -Hp -o value,source " + Quoted(property) + " " + Quoted(dataset.name));
+        const std::string answer = Run("zfs get -Hp -o value,source " + ShellWord(property) + " " +
+                                       ShellWord(dataset.name));
         std::string_view line = answer;
         const std::string_view value = NextCell(line);
         return NumberOf(value).value_or(0) != 0 && !util::str_is_starts_with(line, "default");
@@ -611,7 +605,7 @@ private:
             if (i + 1 < datasets.size() && IsBelow(datasets[i + 1].name, datasets[i].name))
                 continue;
             try {
-                AddPermissions(texts_->Keep(Run("zfs allow " + Quoted(datasets[i].name))));
+                AddPermissions(texts_->Keep(Run("zfs allow " + ShellWord(datasets[i].name))));
             } catch (const std::exception& error) {
                 if (!WasRefused(error))
                     exc::RegenExc("Cannot read the permissions on [%1]", datasets[i].name);

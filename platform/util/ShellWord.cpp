@@ -1,0 +1,15 @@
+#include "util/ShellWord.h"
+
+namespace util {
+
+std::string ShellWord(std::string_view text) {
+    std::string word = "'";
+    for (const char c : text)
+        if (c == '\'')
+            word += "'\\''";
+        else
+            word += c;
+    return word + "'";
+}
+
+} // namespace util

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "../zfslib_export.h"
+
+#include <string>
+#include <string_view>
+
+namespace util {
+
+/// A text as one word of a command line for `sh`, whatever is in it: between single quotes, always.
+/// Not for csh and its kind, which act upon "!" there.
+[[nodiscard]] ZFSLIB_EXPORT std::string ShellWord(std::string_view text);
+
+} // namespace util
