@@ -60,6 +60,9 @@ struct Step {
     /// The command, word by word, each as it is, without any quoting: "zfs", "set",
     /// "u:note=two words", "tank/data". Has no key material.
     std::vector<std::string> words;
+    /// Which of the words name a disk or file that a pool is made of, by their place: a script has
+    /// these as variables.
+    std::vector<std::size_t> diskWords;
     std::optional<std::string> was;    ///< the value that is live; absent when there is none
     std::optional<std::string> willBe; ///< the value after it; absent when that is not foreseen
     std::string why; ///< for people: "was inherited from tank, which is not restored"
