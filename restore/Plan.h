@@ -23,6 +23,7 @@ enum class Phase {
     Limits,      ///< quotas, reservations, volume sizes
     Quotas,      ///< of users, groups and projects
     Snapshots,   ///< user properties and holds
+    Unmounts,    ///< what was not mounted, or elsewhere
     Mountpoints, ///< where to mount and what to share, recorded and not yet done; read-only, zoned
     Mounts,      ///< mounted and shared, and what needs all of it to be there
 };
