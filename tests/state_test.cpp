@@ -3,6 +3,7 @@
 #include "posix/CSimpleCmdExec.h"
 #include "restore/HostState.h"
 #include "restore/HostStateReader.h"
+#include "restore/SavedState.h"
 #include "restore/internal/PoolDevices.h"
 #include "restore/internal/PropertyRows.h"
 #include "util/str.h"
@@ -466,6 +467,28 @@ TEST_F(SolarisState, WhatCannotBeReadIsSaid) {
         EXPECT_NE(held.FindSnapshot("rpool@install")->holdsDoubt, "") << forged;
         EXPECT_TRUE(held.FindSnapshot("rpool@install")->holds.empty()) << forged;
     }
+}
+
+TEST(SavedState, FindsItsRootsInTheRecording) {
+    using zfslib::executors::ReadRecording;
+    const std::string folder = ZFSLIB_RECORDINGS;
+    auto nasty = ReadRecording(folder + "/nasty-state.rec");
+    auto solaris = ReadRecording(folder + "/solaris-state.rec");
+    EXPECT_THAT(ReadSavedState(folder + "/nasty-state.rec").state.roots,
+                testing::ElementsAre("tank", "my pool"));
+    const SavedState alone = ReadSavedState(solaris, "alone");
+    EXPECT_THAT(alone.warnings, testing::IsEmpty());
+    // As if one had been recorded behind the other.
+    nasty.exchanges.insert(nasty.exchanges.end(), solaris.exchanges.begin(),
+                           solaris.exchanges.end());
+    const SavedState last = ReadSavedState(nasty, "both");
+    EXPECT_EQ(last.state.roots, alone.state.roots);
+    EXPECT_EQ(last.state.tools.system, "SunOS");
+    EXPECT_THAT(last.warnings, testing::ElementsAre(testing::HasSubstr("[both] holds 2 states")));
+
+    solaris.exchanges.resize(solaris.exchanges.size() / 2);
+    EXPECT_ANY_THROW(ReadSavedState(solaris, "half"));
+    EXPECT_ANY_THROW(ReadSavedState(folder + "/mirror-host.rec"));
 }
 
 } // namespace
