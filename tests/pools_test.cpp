@@ -1,7 +1,9 @@
 // The pool record, pool enumeration and pool import.
 
 #include "fakes.h"
+#include "util/str.h"
 #include "zfstools/Tools.h"
+#include "zfstools/ZfsProperties.h"
 #include "zfstools/Zpool.h"
 #include "zfstools/ZpoolsEnumerator.h"
 
@@ -138,6 +140,20 @@ TEST(Zpool, SettersRunOneCommandForTheirOwnProperty) {
               "Error: try to set [autoexpand] property for pool [tank] via incorrect setter "
               "[autoreplace]");
     EXPECT_THAT(fake.Commands(), IsEmpty());
+}
+
+TEST(Zpool, RecordsHaveTheirMembersInOrder) {
+    const auto [name, size, allocated, properties, state, devices, spares, logs, caches, metas] =
+        Zpool();
+    EXPECT_EQ(name + properties.guid.GetName() + util::str(size + allocated), "guid0");
+    const Zpool::VirtualDevice device{"m", Zpool::VirtualDeviceType::Mirror, {{{}, "d"}}};
+    EXPECT_EQ(Dump(ZpoolEnumerator::Config{state, {device}, logs, caches, metas, spares}),
+              "UNAVAIL m[mirror: d] logs  caches  metas  spares ");
+    const auto [unparsed, type, text, parent] = PropSource{1, PropSource::Type::Local, "t", "p"};
+    EXPECT_EQ(util::str(unparsed) + PropSource::TypeToString(type) + text + parent, "1localtp");
+    const auto [bytes, unit, kind] = ZfsProperties::SpaceSize::FromString("1.5K");
+    EXPECT_EQ(util::str(bytes) + unit.Name(), "1536K");
+    EXPECT_EQ(kind, ZfsProperties::SpaceSize::Kind::Value);
 }
 
 TEST(PoolStatus, Layouts) {
