@@ -26,9 +26,7 @@ namespace {
 
 using testing::ElementsAre;
 
-const std::string list = "/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t ";
-const std::string poolList = "/usr/bin/env -i zpool list -o name,size,alloc";
-const std::string get = "/usr/bin/env -i zfs get all ";
+const std::string &list = commands::zfsList, &get = commands::zfsGet;
 
 /// What `zfs get all` says about one property of a dataset. The value may hold newlines.
 struct Row {
@@ -69,7 +67,7 @@ struct FakeHost {
     std::string Answer(const std::string& command) const {
         if (util::str_is_starts_with(command, get))
             return Table(Asked(command), least);
-        const bool listsPools = command == poolList;
+        const bool listsPools = command == commands::zpoolList;
         if (!listsPools && !util::str_is_starts_with(command, list)) {
             if (failing.count(command) != 0)
                 throw std::runtime_error("cannot " + command);
@@ -296,7 +294,7 @@ void AskAround(HostileHost& hostile, const CommandExecutor& executor) {
         if (i == 0 || hostile.Below(10) == 0)
             executor(list + (hostile.Below(2) == 0 ? "filesystem p" : "snapshot p"));
         if (hostile.Below(10) == 0)
-            executor(hostile.Below(2) == 0 ? poolList : "zfs set a:b=c p");
+            executor(hostile.Below(2) == 0 ? commands::zpoolList : "zfs set a:b=c p");
         const std::string name =
             hostile.Below(5) == 0 ? hostile.Name() : host.names[i % host.names.size()];
         if (name.find(' ') != std::string::npos)
@@ -492,7 +490,7 @@ TEST(Batching, OnlyCommandsThatReadKeepWhatIsHeld) {
         batching(command);
         return Ask(batching, "p/d1").find("changed") == std::string::npos;
     };
-    const std::string env = "/usr/bin/env -i ";
+    using commands::env;
     for (const std::string& command :
          {env + "zpool list -o name,size,alloc", env + "TZ=UTC0 zpool status p",
           env + "zpool get all p", get + "elsewhere", env + "zfs userspace p",
@@ -537,15 +535,14 @@ TEST(Prefetching, RecordingsAreTheSameWhateverTheNumberOfWorkers) {
                      {"p/d9", {}},
                      {"p/d40", {{"a:b", std::string(300, 'x'), "local"}, {"type", "x", "-"}}}};
         host.failing = {"/usr/bin/env -i zfs userspace p/d30"};
-        const std::string path = testing::TempDir() + "/prefetching" + util::str(getpid());
+        std::string text;
         Enumerate(
-            RecordingExecutor(PrefetchingExecutor(host.Executor(), Workers(workers, names)), path),
+            [&, executor = PrefetchingExecutor(host.Executor(), Workers(workers, names))](
+                const std::string& command) {
+                return text.append(command).append(OutcomeOf(executor, command));
+            },
             host);
-        std::ifstream file(path);
-        std::string head; // has the time in it
-        std::getline(file, head);
-        std::filesystem::remove(path);
-        return (std::ostringstream() << file.rdbuf()).str();
+        return text;
     };
     const std::string expected = recorded(0, 256);
     for (const std::size_t workers : {0U, 1U, 2U, 8U})
@@ -652,7 +649,9 @@ TEST(Prefetching, EndsItsCommandsBeforeAChangeAndAtItsEnd) {
 
 TEST(Batching, ManyThreadsGetTheirOwnAnswers) {
     FakeHost host(200);
-    const CommandExecutor batching = PrefetchingExecutor(host.Executor(), Workers(3, 16));
+    const std::string path = testing::TempDir() + "/threads" + util::str(getpid());
+    const CommandExecutor batching =
+        RecordingExecutor(PrefetchingExecutor(host.Executor(), Workers(3, 16)), path);
     batching(list + "filesystem p");
     std::vector<std::future<void>> threads;
     for (std::size_t first = 0; first < 4; ++first)
@@ -663,6 +662,9 @@ TEST(Batching, ManyThreadsGetTheirOwnAnswers) {
                     batching(i % 100 == 0 ? list + "filesystem p" : "zfs set a:b=x p/d1");
             }
         }));
+    threads.clear();
+    EXPECT_EQ(ReadRecording(path).exchanges.size(), 1U + 200 + 100 + 66 + 50 + 5);
+    std::filesystem::remove(path);
 }
 
 } // namespace

@@ -65,22 +65,8 @@ constexpr std::uint64_t GiB = std::uint64_t{1} << 30;
 
 } // namespace
 
-TEST(Zpool, TextsOfItsEnumerations) {
-    for (const char* text : {"DEGRADED", "OFFLINE", "ONLINE", "REMOVED", "UNAVAIL"})
-        EXPECT_EQ(Zpool::StateToString(Zpool::StringToState(text)), text);
-    for (const char* text : {"file", "disk", "mirror", "raidz", "raidz1", "raidz2", "raidz3"})
-        EXPECT_EQ(Zpool::VirtualDeviceTypeToString(Zpool::StringToVirtualDeviceType(text)), text);
+TEST(Zpool, DedupRatios) {
     using Properties = Zpool::Properties;
-    for (const char* text : {"wait", "continue", "panic"})
-        EXPECT_EQ(Properties::FailmodeToString(Properties::StringToFailmode(text)), text);
-    EXPECT_EQ(ErrorOf([] { Zpool::StringToState("FAULTED"); }),
-              "Incorrect zpool state value: FAULTED");
-    EXPECT_EQ(ErrorOf([] { Zpool::StateToString(static_cast<Zpool::State>(7)); }),
-              "Incorrect zpool state value: 7");
-    EXPECT_EQ(ErrorOf([] { Zpool::StringToVirtualDeviceType("draid"); }),
-              "Unknown virtual device type conversion:draid");
-    EXPECT_EQ(ErrorOf([] { Properties::StringToFailmode("Wait"); }),
-              "Incorrect zpool failmode value: Wait");
     EXPECT_EQ(Properties::StringToDedupratio(" 1.05x"), 1.05);
     for (const char* text : {"0.99x", "x", "", "-1"})
         EXPECT_EQ(ErrorOf([&] { Properties::StringToDedupratio(text); }),

@@ -9,7 +9,8 @@
 #include "zfstools/Property.h"
 #include "zfstools/TextTable.h"
 #include "zfstools/Util.h"
-#include "zfstools/ZfsProperties.h"
+#include "zfstools/ZfsDataset.h"
+#include "zfstools/Zpool.h"
 
 #include <cmath>
 #include <functional>
@@ -205,8 +206,6 @@ TEST(Property, SourcesAreKeptAsTheyCame) {
     EXPECT_THAT(log.lines,
                 ElementsAre("info: Failed to convert source value from string: [nowhere], expected "
                             "values are: [-, inherited, default, temporary, local]"));
-    EXPECT_EQ(ErrorOf([] { PropSource::TypeToString(static_cast<PropSource::Type>(6)); }),
-              "Cannot convert source value to string: 6");
 }
 
 TEST(Property, RowsOfOneDatasetShareTheirSources) {
@@ -240,6 +239,55 @@ TEST(Property, AnAssignedPropertyKeepsItsOwnDefault) {
     EXPECT_EQ(moved.GetName(), "b"); // NOLINT(bugprone-use-after-move)
     std::swap(target, moved);
     EXPECT_EQ(target.GetDefault() + moved.GetDefault(), "mineother");
+}
+
+/// Tries the words of an enumeration's values in their order, a text that is none of them, and the
+/// value behind the last: with the same error, if no other is given.
+template <typename Read, typename Print>
+void TryTexts(Read read, Print print, const char* words, const std::string& wrong,
+              const std::string& error, const char* printError = nullptr) {
+    using Value = decltype(read(wrong));
+    int next = 0;
+    for (const std::string& text : util::split(words)) {
+        EXPECT_EQ(static_cast<int>(read(text)), next) << text;
+        EXPECT_EQ(print(static_cast<Value>(next++)), text);
+    }
+    EXPECT_EQ(ErrorOf([&] { read(wrong); }), error + wrong);
+    EXPECT_EQ(ErrorOf([&] { print(static_cast<Value>(next)); }),
+              printError != nullptr ? printError : error + util::str(next));
+}
+
+TEST(Enumerations, HaveTheTextsOfTheTools) {
+    using P = ZfsProperties;
+    using Pool = Zpool::Properties;
+    TryTexts(P::StringToAclMode, P::AclmodeToString, "discard mask passthrough groupmask", "x",
+             "Incorrect zfs aclmode value: ");
+    TryTexts(P::StringToCanmount, P::CanmountToString, "on off noauto", "lz4",
+             "Inforrect zfs canmount value: ");
+    TryTexts(P::StringToCasesensitivity, P::CasesensitivityToString, "sensitive insensitive mixed",
+             "Mixed", "Incorrect zfs casesensitivity value: ");
+    TryTexts(P::StringToEncryption, P::EncryptionToString,
+             "off on aes-128-ccm aes-192-ccm aes-256-ccm aes-128-gcm aes-192-gcm", "aes-256-gcm",
+             "Unknown ZFS encryption value: ", "");
+    TryTexts(P::StringToKeysource, P::KeysourceToString,
+             "- none raw hex passphrase,promt file raw,ephemeral", "passphrase,prompt",
+             "An unknown ZFS keysource value: ");
+    TryTexts(ZfsDataset::StringToType, ZfsDataset::TypeToString, "filesystem volume snapshot",
+             "bookmark", "Incorrect zfs dataset type conversion: ");
+    TryTexts(Zpool::StringToState, Zpool::StateToString, "DEGRADED OFFLINE ONLINE REMOVED UNAVAIL",
+             "FAULTED", "Incorrect zpool state value: ");
+    TryTexts(Zpool::StringToVirtualDeviceType, Zpool::VirtualDeviceTypeToString,
+             "file disk mirror raidz raidz1 raidz2 raidz3", "draid",
+             "Unknown virtual device type conversion:");
+    TryTexts(Pool::StringToFailmode, Pool::FailmodeToString, "wait continue panic", "Wait",
+             "Incorrect zpool failmode value: ");
+    EXPECT_EQ(ErrorOf([] { PropSource::TypeToString(static_cast<PropSource::Type>(6)); }),
+              "Cannot convert source value to string: 6");
+    EXPECT_EQ(static_cast<int>(P::StringToEncryption("aes-128-ctr")), 8);
+    EXPECT_EQ(P::EncryptionToString(P::Encryption::Aes256Gcm), "aes-256-gcm");
+    EXPECT_EQ(ErrorOf([] { P::EncryptionToString(static_cast<P::Encryption>(9)); }),
+              "An unknown ZFS encryption value: 9");
+    EXPECT_TRUE(P::StringToMounted("yes") && !P::StringToMounted("on"));
 }
 
 TEST(SpaceSize, ReadsAndPrints) {

@@ -1,7 +1,6 @@
 #include "tests/fakes.h"
 #include "tests/live/Host.h"
 #include "zfstools/ZfsDatasetEnumerator.h"
-#include "zfstools/ZpoolsEnumerator.h"
 
 #include <gmock/gmock.h>
 
@@ -81,16 +80,6 @@ TEST_F(KnownLimits, NamesRootsAndSizes) {
     const ZfsDataset volume = Enumerate(pool + "/huge", ZfsDataset::volume).at(0);
     EXPECT_EQ(volume.properties.volsize.GetText(), "none");
     EXPECT_EQ(volume.properties.volsize.GetState(), zfslib::PropState::Initialized);
-}
-
-TEST_F(KnownLimits, PoolComments) {
-    const auto enumerate = [] { zfslib::ZpoolEnumerator::Enumerate(live::HostExecutor()); };
-    for (const char* comment : {"'two words'", "''"}) {
-        OutputOf("zpool set comment=" + std::string(comment) + " " + pool);
-        EXPECT_EQ(ErrorOf(enumerate), "Failed to parse zpool get all") << comment;
-    }
-    OutputOf("zpool set comment=word " + pool);
-    EXPECT_EQ(ErrorOf(enumerate), "");
 }
 
 } // namespace
