@@ -2,8 +2,6 @@
 #include "executors/ReplayingExecutor.h"
 #include "fakes.h"
 #include "util/str.h"
-#include "zfstools/ZfsDatasetEnumerator.h"
-#include "zfstools/ZpoolsEnumerator.h"
 
 #include <gmock/gmock.h>
 
@@ -311,42 +309,21 @@ TEST(Recording, IsReadToItsLimitOnly) {
     EXPECT_THAT(ErrorOf([] { Replayer{"/dev/zero"}; }), HasSubstr("/dev/zero:1: before the first"));
 }
 
-TEST(Recordings, EveryOneIsCanonicalAndEnumerates) {
-    std::map<std::string, std::string> found; // the pools, with the number of their datasets
+TEST(Recordings, EveryOneIsCanonical) {
+    std::size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(ZFSLIB_RECORDINGS)) {
         if (entry.path().extension() != ".rec")
             continue;
-        SCOPED_TRACE(entry.path());
         std::string written;
         for (const Exchange& exchange : ReadRecording(entry.path()).exchanges) {
             written += FormatExchange(exchange);
             written.resize(written.size() - 3); // the end of an exchange, younger than these
         }
         const std::string text = TextOf(entry.path());
-        EXPECT_EQ(text.substr(text.find("\n$ ") + 1), written);
-
-        const std::string stem = entry.path().stem().string();
-        if (util::str_is_finishes_with(stem, "-state") ||
-            util::str_is_finishes_with(stem, "-health"))
-            continue; // a state or the health was recorded, which is read by others
-        const CommandExecutor executor = Replayer(entry.path()).Executor();
-        const InstalledExecutor installed(executor);
-        std::string& pools = found[stem];
-        for (const Zpool& pool : ZpoolEnumerator::Enumerate(executor)) {
-            pools += pool.name + " ";
-            if (!util::str_is_finishes_with(stem, "-host"))
-                continue; // only pools were recorded
-            const auto result = ZfsDatasetEnumerator().Enumerate(pool.name, executor);
-            EXPECT_THAT(result.second, ElementsAre()) << pool.name;
-            pools += util::str(result.first.size()) + " ";
-        }
+        EXPECT_EQ(text.substr(text.find("\n$ ") + 1), written) << entry.path();
+        ++count;
     }
-    EXPECT_EQ(found, (std::map<std::string, std::string>{
-                         {"degraded-pools", "cks degr fault off repl una "},
-                         {"many-layouts", "Big-Pool_1.x:y ex fewfeat old28 rm single stripe "
-                                          "twodisks z1 z2 z3 "},
-                         {"mirror-host", "backup 4 tank 24 "},
-                         {"solaris-host", "rpool 12 tank 14 "}}));
+    EXPECT_GE(count, 7U);
 }
 
 } // namespace
