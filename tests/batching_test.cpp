@@ -2,7 +2,6 @@
 #include "executors/PrefetchingExecutor.h"
 #include "executors/Recording.h"
 #include "executors/RecordingExecutor.h"
-#include "executors/ReplayingExecutor.h"
 #include "fakes.h"
 #include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
@@ -12,7 +11,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <map>
 #include <mutex>
@@ -154,53 +152,6 @@ std::size_t CompareAll(FakeHost& host, std::size_t namesPerCommand = 256) {
     for (const std::string& name : host.names)
         ExpectTruth(host, batching, name);
     return host.commands.size();
-}
-
-/// Makes the host's datasets those of a recorded list and `zfs get all`.
-void Replay(FakeHost& host, const CommandExecutor& replay, std::string_view listOutput) {
-    host.names.clear();
-    while (!listOutput.empty()) {
-        const std::string name = util::split(util::ConsumeLine(listOutput))[0];
-        host.names.push_back(name);
-        std::vector<Row>& rows = host.rows[name];
-        const std::string answer = Ask(replay, name);
-        if (answer.find("has no answer") != std::string::npos)
-            continue;
-        const Widths widths(answer);
-        const std::size_t value = widths.name + widths.property + 4;
-        std::string_view rest = answer;
-        util::ConsumeLine(rest);
-        while (!rest.empty()) {
-            const std::string line(util::ConsumeLine(rest));
-            const std::size_t valueEnd = line.find_last_not_of(' ', value + widths.value) + 1;
-            rows.push_back({util::split(line)[1], line.substr(value, valueEnd - value),
-                            line.substr(value + widths.value + 2)});
-        }
-        EXPECT_EQ(host.Table({name}, widths), answer) << "the fake lays out as the tool does";
-    }
-}
-
-TEST(Batching, EqualsSingleCommandsOnEveryRecording) {
-    std::map<std::string, std::size_t> commands;
-    for (const auto& entry : std::filesystem::directory_iterator(ZFSLIB_RECORDINGS))
-        for (const std::size_t namesPerCommand : {1U, 2U, 3U, 256U}) {
-            if (entry.path().extension() != ".rec")
-                continue;
-            SCOPED_TRACE(entry.path());
-            const CommandExecutor replay = Replayer(entry.path()).Executor();
-            for (const Exchange& exchange : ReadRecording(entry.path()).exchanges) {
-                if (!util::str_is_starts_with(exchange.command, list) || exchange.failure)
-                    continue;
-                FakeHost host;
-                Replay(host, replay, exchange.output);
-                commands[entry.path().stem().string() + util::str(namesPerCommand)] +=
-                    CompareAll(host, namesPerCommand);
-            }
-        }
-    EXPECT_EQ(commands["mirror-host1"], 12U + 10 + 2 + 3 + 1);
-    EXPECT_EQ(commands["mirror-host2"], 6U + 5 + 1 + 2 + 1);
-    EXPECT_EQ(commands["mirror-host256"], 5U);
-    EXPECT_EQ(commands["solaris-host256"], 6U);
 }
 
 /// A host whose tenants try to have rows of others' datasets read from their own values.
@@ -421,6 +372,12 @@ TEST(Batching, FallsBackFromAnyUnusableAnswer) {
 
 TEST(Batching, OddDatasetsCostFewFurtherCommands) {
     FakeHost host(512);
+    EXPECT_EQ(host.Answer(get + "p/d0 p/d10"),
+              "NAME   PROPERTY  VALUE  SOURCE\n" // as the tool does
+              "p/d0   type      x      -\n"
+              "p/d0   a:b       y      -\n"
+              "p/d10  type      x      -\n"
+              "p/d10  a:b       y      -\n");
     EXPECT_EQ(CompareAll(host), 512U / 256);
     host.rows = {{"p/d7", {{"a:b", "x\ny", "local"}, {"type", "x", "-"}}},
                  {"p/d300", {{"type", "x", "-"}, {"a:b", "x\ny", "local"}}}};
