@@ -1,20 +1,15 @@
 #include "restore/Plan.h"
 
-#include "util/str.h"
+#include "restore/internal/DatasetPairs.h"
+#include "restore/internal/PlanDatasets.h"
+#include "restore/internal/PlanPools.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zfslib::restore {
-namespace {
 
-/// Whether a name is `top` or stands below it: a dataset, or a snapshot.
-bool IsWithin(std::string_view name, std::string_view top) {
-    return util::str_is_starts_with(name, top) &&
-           (name.size() == top.size() || name[top.size()] == '/' || name[top.size()] == '@');
-}
-
-} // namespace
-
+using internal::IsWithin;
 std::string PlanOptions::NewName(std::string_view saved) const {
     const std::pair<const std::string, std::string>* best = nullptr;
     for (const auto& rename : renames)
@@ -30,6 +25,14 @@ bool PlanOptions::IsWanted(std::string_view saved) const {
     return roots.empty() || std::any_of(roots.begin(), roots.end(), [&](const std::string& root) {
                return IsWithin(saved, root);
            });
+}
+
+Plan MakePlan(const HostState& saved, const LiveState& live, const PlanOptions& options) {
+    const internal::PlanInput input{saved, live, options};
+    internal::PlanDraft draft;
+    internal::PlanPools(input, draft);
+    internal::PlanDatasets(input, draft);
+    return std::move(draft).Finish();
 }
 
 } // namespace zfslib::restore

@@ -25,7 +25,8 @@ enum class Phase {
     Snapshots,   ///< user properties and holds
     Unmounts,    ///< what was not mounted, or elsewhere
     Mountpoints, ///< where to mount and what to share, recorded and not yet done; read-only, zoned
-    Mounts,      ///< mounted and shared, and what needs all of it to be there
+    Mounts,      ///< mounted, and what needs all of it to be there
+    Shares,      ///< what needs the host's file servers
 };
 
 /// Whether a step comes before the data.

@@ -3,6 +3,7 @@
 #include "restore/internal/PlanDraft.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zfslib::restore::internal {
@@ -12,11 +13,12 @@ namespace zfslib::restore::internal {
 struct CreationOptions {
     std::vector<std::string> properties;
     std::string asksFor; ///< as Step has it: of the key of an encryption root
+    std::string why;     ///< where the key is read, else
 };
 
-/// `parent` is the saved dataset above, nothing for a root.
+/// `cipherAbove` is the encryption of the dataset above, "off" where there is none.
 [[nodiscard]] CreationOptions CreationOptionsOf(const PlanInput& input, const DatasetState& saved,
-                                                const DatasetState* parent);
+                                                std::string_view cipherAbove);
 
 /// Adds what file systems, volumes and snapshots need. The pools have to be in the draft.
 void PlanDatasets(const PlanInput& input, PlanDraft& draft);

@@ -8,10 +8,16 @@ namespace zfslib::restore::internal {
 
 PlanDraft::StepId PlanDraft::Add(Step step) {
     const auto maker = MakerOf(step.object.substr(0, step.object.find('@')));
-    if (maker && std::find(step.needs.begin(), step.needs.end(), *maker) == step.needs.end())
-        step.needs.push_back(*maker);
     plan_.steps.push_back(std::move(step));
-    return plan_.steps.size() - 1;
+    const StepId id = plan_.steps.size() - 1;
+    Need(id, maker);
+    return id;
+}
+
+void PlanDraft::Need(StepId step, std::optional<StepId> needed) {
+    std::vector<std::size_t>& needs = plan_.steps[step].needs;
+    if (needed && std::find(needs.begin(), needs.end(), *needed) == needs.end())
+        needs.push_back(*needed);
 }
 
 PlanDraft::StepId PlanDraft::AddMaker(Step step) {

@@ -32,6 +32,8 @@ public:
     StepId Add(Step step);
     /// Adds a step that makes its object: a pool, or a dataset.
     StepId AddMaker(Step step);
+    /// Notes that a step needs an earlier one.
+    void Need(StepId step, std::optional<StepId> needed);
     /// The step that makes the pool or dataset, if one does.
     [[nodiscard]] std::optional<StepId> MakerOf(std::string_view object) const;
 

@@ -1,0 +1,162 @@
+#include "restore/internal/DatasetPairs.h"
+
+#include "restore/internal/PropertyWords.h"
+#include "util/str.h"
+
+#include <algorithm>
+
+namespace zfslib::restore::internal {
+namespace {
+
+PropertyNow NowOf(const PropertyValue& value) {
+    PropertyNow now;
+    now.source = value.Source();
+    now.value = std::string(value.Value());
+    if (value.Received())
+        now.received = std::string(*value.Received());
+    now.doubt = value.Doubt();
+    return now;
+}
+
+std::string_view AltrootOf(const HostState& state, std::string_view dataset) {
+    const PoolState* pool = state.FindPool(PoolOf(dataset));
+    return pool == nullptr || pool->altroot == "-" ? std::string_view() : pool->altroot;
+}
+
+const DatasetState* FindByName(const std::vector<DatasetState>& datasets, std::string_view name) {
+    const auto found = std::find_if(datasets.begin(), datasets.end(),
+                                    [&](const DatasetState& item) { return item.name == name; });
+    return found == datasets.end() ? nullptr : &*found;
+}
+
+std::string TypeText(DatasetState::Type type) {
+    return type == DatasetState::Type::Volume ? "volume" : "filesystem";
+}
+
+} // namespace
+
+bool IsWithin(std::string_view name, std::string_view top) {
+    return util::str_is_starts_with(name, top) &&
+           (name.size() == top.size() || name[top.size()] == '/' || name[top.size()] == '@');
+}
+
+std::string_view NameAbove(std::string_view dataset) {
+    const std::size_t slash = dataset.rfind('/');
+    return slash == std::string_view::npos ? std::string_view() : dataset.substr(0, slash);
+}
+
+std::string_view PoolOf(std::string_view dataset) {
+    return dataset.substr(0, dataset.find_first_of("/@"));
+}
+
+PropertyNow DatasetPair::Now(std::string_view property) const {
+    if (const auto made = changed.find(property); made != changed.end())
+        return made->second;
+    const PropertyValue* shown = live == nullptr ? nullptr : live->Find(property);
+    if (shown != nullptr)
+        return NowOf(*shown);
+    return KindOf(*tools, property) == PropertyKind::Inheritable ? NowFromAbove(property)
+                                                                 : PropertyNow();
+}
+
+PropertyNow DatasetPair::NowFromAbove(std::string_view property) const {
+    PropertyNow now;
+    if (parent != nullptr) {
+        now = parent->Now(property);
+    } else if (above != nullptr) {
+        const PropertyValue* shown = above->Find(property);
+        if (shown == nullptr)
+            return {};
+        now = NowOf(*shown);
+    } else {
+        return {};
+    }
+    now.received.reset();
+    if (now.IsOwn())
+        now.source = PropertySource::Inherited;
+    if (property != "mountpoint" || !now.value)
+        return now;
+    if (now.source == PropertySource::Inherited && *now.value != "none" && *now.value != "legacy") {
+        if (now.value->back() != '/')
+            *now.value += '/';
+        *now.value += name.substr(NameAbove(name).size() + 1);
+    } else if (now.source == PropertySource::Default) {
+        now.value.reset(); // its own name
+    }
+    return now;
+}
+
+std::string DatasetPair::CipherAbove() const {
+    if (parent != nullptr && parent->live == nullptr) { // is made as it was
+        const PropertyValue* cipher = parent->saved->Find("encryption");
+        return cipher == nullptr ? "off" : std::string(cipher->Value());
+    }
+    const std::string cipher = NowFromAbove("encryption").value.value_or("off");
+    return cipher == "-" ? "off" : cipher;
+}
+
+DatasetPairs::DatasetPairs(const PlanInput& input, PlanDraft& draft) {
+    for (const DatasetState& saved : input.saved.datasets) {
+        const std::string name = input.options.NewName(saved.name);
+        if (!input.options.IsWanted(saved.name) || draft.IsLeftOut(PoolOf(name)))
+            continue;
+        DatasetPair pair;
+        pair.tools = &input.Tools();
+        pair.saved = &saved;
+        pair.live = input.live.state.FindDataset(name);
+        pair.parent = Find(NameAbove(saved.name));
+        if (pair.parent != nullptr && pair.parent->name != NameAbove(name))
+            pair.parent = nullptr; // it gets another place
+        pair.name = name;
+        if (pair.parent == nullptr)
+            pair.above = FindByName(input.live.above, NameAbove(name));
+        pair.savedAltroot = AltrootOf(input.saved, saved.name);
+        pair.liveAltroot = AltrootOf(input.live.state, name);
+        if (CanBe(pair, draft)) {
+            pairs_.push_back(std::move(pair));
+            bySavedName_.emplace(saved.name, &pairs_.back());
+            byName_.emplace(pairs_.back().name, &pairs_.back());
+        }
+    }
+}
+
+DatasetPair* DatasetPairs::Find(std::string_view saved) const {
+    const auto found = bySavedName_.find(saved);
+    return found == bySavedName_.end() ? nullptr : found->second;
+}
+
+DatasetPair* DatasetPairs::FindLive(std::string_view live) const {
+    const auto found = byName_.find(live);
+    return found == byName_.end() ? nullptr : found->second;
+}
+
+bool DatasetPairs::CanBe(const DatasetPair& pair, PlanDraft& draft) const {
+    const DatasetState& saved = *pair.saved;
+    if (pair.live != nullptr) {
+        if (pair.live->type == saved.type)
+            return true;
+        draft.CannotDo(pair.name, "type", TypeText(saved.type), TypeText(pair.live->type),
+                       "what has its name is of another type");
+        return false;
+    }
+    const std::string_view above = NameAbove(pair.name);
+    if (!above.empty() && pair.parent == nullptr && pair.above == nullptr) {
+        draft.CannotDo(pair.name, "", std::nullopt, std::nullopt,
+                       util::str_format("%1 is not there, and nothing here makes it", above));
+        return false;
+    }
+    const bool takesKey = !saved.encryptionRoot.empty() && saved.encryptionRoot != saved.name;
+    if (takesKey && pair.CipherAbove() == "off") {
+        draft.CannotDo(pair.name, "encryptionroot", std::string(saved.encryptionRoot), std::nullopt,
+                       "it would not be encrypted: what it had its key from is not "
+                       "there, or is not encrypted");
+        return false;
+    }
+    if (above.empty() && !draft.MakerOf(pair.name)) {
+        draft.CannotDo(pair.name, "", std::nullopt, std::nullopt, "its pool is not there");
+        return false;
+    }
+    return true;
+}
+
+} // namespace zfslib::restore::internal

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "restore/internal/PlanDraft.h"
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace zfslib::restore::internal {
+
+/// A property as it is at some place in a plan.
+struct PropertyNow {
+    PropertySource source = PropertySource::Default;
+    /// As the live tool prints it; nothing when a default, or what comes of a command, is not
+    /// foreseen.
+    std::optional<std::string> value;
+    std::optional<std::string> received;
+    std::string doubt; ///< as ValueOrigin has it
+
+    /// Whether it is set on the dataset itself.
+    [[nodiscard]] bool IsOwn() const noexcept {
+        return source == PropertySource::Local || source == PropertySource::Received;
+    }
+};
+
+/// A saved dataset, and what is live of it.
+struct DatasetPair {
+    const ToolsState* tools = nullptr; ///< the live ones
+    const DatasetState* saved = nullptr;
+    const DatasetState* live = nullptr;  ///< nothing when a step makes it
+    DatasetPair* parent = nullptr;       ///< the dataset above, if it is restored too
+    const DatasetState* above = nullptr; ///< the dataset above that is only live
+    std::string name;                    ///< the one it is to have
+    std::string_view savedAltroot;       ///< of its pool; empty when there is none
+    std::string_view liveAltroot;
+    std::optional<PlanDraft::StepId> key; ///< the step that loads its key, if one does
+    /// What the steps so far made of its properties.
+    std::map<std::string, PropertyNow, std::less<>> changed;
+
+    [[nodiscard]] bool IsFilesystem() const noexcept {
+        return saved->type == DatasetState::Type::Filesystem;
+    }
+
+    /// The property behind the steps so far. What nobody set, here or above, is a default.
+    [[nodiscard]] PropertyNow Now(std::string_view property) const;
+    /// What it has, or would have, from the dataset above.
+    [[nodiscard]] PropertyNow NowFromAbove(std::string_view property) const;
+    /// The encryption of the dataset above: "off" where there is none.
+    [[nodiscard]] std::string CipherAbove() const;
+};
+
+/// The datasets a plan is about, each before those below it.
+class DatasetPairs {
+public:
+    /// Those that are wanted and can be: that others cannot be made goes into the draft.
+    DatasetPairs(const PlanInput& input, PlanDraft& draft);
+
+    [[nodiscard]] std::deque<DatasetPair>& All() noexcept { return pairs_; }
+    /// By its saved name.
+    [[nodiscard]] DatasetPair* Find(std::string_view saved) const;
+    /// By its live name.
+    [[nodiscard]] DatasetPair* FindLive(std::string_view live) const;
+
+private:
+    [[nodiscard]] bool CanBe(const DatasetPair& pair, PlanDraft& draft) const;
+
+    std::deque<DatasetPair> pairs_;
+    std::unordered_map<std::string_view, DatasetPair*> bySavedName_;
+    std::unordered_map<std::string_view, DatasetPair*> byName_;
+};
+
+/// Whether a dataset or snapshot is `top`, or stands below it.
+[[nodiscard]] bool IsWithin(std::string_view name, std::string_view top);
+/// A dataset's name without its last component; empty of a pool.
+[[nodiscard]] std::string_view NameAbove(std::string_view dataset);
+[[nodiscard]] std::string_view PoolOf(std::string_view dataset);
+
+} // namespace zfslib::restore::internal

@@ -1,0 +1,387 @@
+#include "restore/HostState.h"
+#include "restore/Plan.h"
+#include "util/str.h"
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using namespace zfslib::restore;
+using testing::ElementsAreArray;
+using Lines = std::vector<std::string>;
+
+ToolsState Tools() {
+    ToolsState tools;
+    tools.system = "Linux";
+    tools.version = "zfs-2.3.9-1";
+    tools.hasReceived = tools.hasObjectQuotas = tools.hasProjectQuotas = true;
+    tools.zfsUsage = {{"create", "[-Pnpuv] <filesystem>"},
+                      {"set", "[-u] <property=value> ... <filesystem|volume|snapshot> ..."},
+                      {"inherit", "[-rS] <property> <filesystem|volume|snapshot> ..."}};
+    for (const char* name : {"atime", "compression", "mountpoint", "recordsize", "readonly",
+                             "sharenfs", "xattr", "zoned"})
+        tools.datasetProperties[name] = {true, true, ""};
+    for (const char* name : {"canmount", "keylocation", "quota", "refquota", "reservation",
+                             "refreservation", "snapshot_limit", "version", "volsize"})
+        tools.datasetProperties[name] = {true, false, ""};
+    for (const char* name : {"casesensitivity", "encryption", "volblocksize"})
+        tools.datasetProperties[name] = {false, true, ""};
+    for (const char* name : {"guid", "used", "keyformat", "keystatus"})
+        tools.datasetProperties[name] = {};
+    return tools;
+}
+
+PropertySource SourceOf(std::string_view word) {
+    if (util::str_is_starts_with(word, "inherited:"))
+        return PropertySource::Inherited;
+    return word == "local"       ? PropertySource::Local
+           : word == "received"  ? PropertySource::Received
+           : word == "default"   ? PropertySource::Default
+           : word == "temporary" ? PropertySource::Temporary
+                                 : PropertySource::None;
+}
+
+/// "NAME [volume] [mounted] [key:ROOT] [doubt]" for a dataset, and behind it, indented,
+/// "PROPERTY SOURCE VALUE [RECEIVED]", "allow LINE" and "userquota@1 5". A snapshot holds
+/// "hold TAG". "~" stands for a blank.
+HostState State(std::string_view text) {
+    HostState state;
+    const auto texts = std::make_shared<StateTexts>();
+    state.tools = Tools();
+    state.roots = {"tank"};
+    std::string permissions;
+    while (!text.empty()) {
+        const std::string_view line = util::ConsumeLine(text);
+        std::vector<std::string> words = util::split(line);
+        for (std::string& word : words)
+            for (char& c : word)
+                c = c == '~' ? ' ' : c;
+        if (words.empty())
+            continue;
+        const bool isIndented = line.front() == ' ';
+        if (!isIndented && words[0].find('@') != std::string::npos) {
+            state.snapshots.emplace_back().name = texts->Keep(words[0]);
+        } else if (!isIndented) {
+            DatasetState& dataset = state.datasets.emplace_back();
+            dataset.name = texts->Keep(words[0]);
+            dataset.guid = "1";
+            for (const std::string& word : words) {
+                if (word == "volume")
+                    dataset.type = DatasetState::Type::Volume;
+                dataset.isMounted = dataset.isMounted || word == "mounted";
+                if (word == "doubt")
+                    dataset.quotasDoubt = dataset.permissionsDoubt = "no key";
+                if (util::str_is_starts_with(word, "key:"))
+                    dataset.encryptionRoot = texts->Keep(word.substr(4));
+            }
+            permissions.clear();
+        } else if (words[0] == "hold") {
+            state.snapshots.back().holds.push_back(words[1]);
+        } else if (words[0] == "allow") {
+            permissions += words[1] == "+" ? "" : words[1] + "\n";
+            permissions += words.size() > 2 ? "\t" + words[2] + "\n" : "";
+            state.datasets.back().permissions = texts->Keep(permissions);
+        } else if (words[0].find("quota@") != std::string::npos) {
+            state.datasets.back().quotas.push_back(
+                {words[0][0] == 'u' ? Quota::Owner::User : Quota::Owner::Group, false,
+                 words[0].substr(words[0].find('@') + 1), std::stoull(words[1])});
+        } else {
+            const PropertySource source = SourceOf(words[1]);
+            const std::string from =
+                source == PropertySource::Inherited ? words[1].substr(10) : std::string();
+            std::optional<std::string_view> received;
+            if (words.size() > 3)
+                received = words[3];
+            const PropertyValue value =
+                texts->Make(words[0], words[2], received,
+                            texts->Origin(source, from, words[1] == "doubtful" ? "torn" : ""));
+            if (state.datasets.empty() ||
+                (!state.snapshots.empty() &&
+                 state.snapshots.back().name > state.datasets.back().name))
+                state.snapshots.back().userProperties.push_back(value);
+            else
+                state.datasets.back().properties.push_back(value);
+        }
+    }
+    PoolState& pool = state.pools.emplace_back();
+    pool.name = "tank";
+    pool.guid = "7";
+    pool.health = "ONLINE";
+    state.texts = texts;
+    return state;
+}
+
+/// The commands of a plan, without "zfs", and what it cannot do: "! tank/a quota: why".
+Lines LinesOf(const Plan& plan) {
+    Lines lines;
+    for (const Step& step : plan.steps) {
+        std::string line = step.isPinned ? "pinned:" : "";
+        for (std::size_t i = 1; i < step.words.size(); ++i)
+            line += (line.empty() ? "" : " ") + step.words[i];
+        lines.push_back(line);
+    }
+    for (const Cannot& cannot : plan.cannot)
+        lines.push_back("! " + cannot.object + " " + cannot.property);
+    for (const Mention& mention : plan.mentioned)
+        lines.push_back("? " + mention.object);
+    return lines;
+}
+
+struct Case {
+    const char* what;
+    const char* saved;
+    const char* live;
+    Lines expected;
+};
+
+void Check(const std::vector<Case>& cases, const PlanOptions& options = {}) {
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.what);
+        LiveState live;
+        live.state = State(test.live);
+        for (const SnapshotState& snapshot : live.state.snapshots)
+            live.snapshots.emplace_back(snapshot.name);
+        EXPECT_THAT(LinesOf(MakePlan(State(test.saved), live, options)),
+                    ElementsAreArray(test.expected));
+    }
+}
+
+TEST(Plan, SetsAndInheritsWhatDiffers) {
+    Check({
+        {"nothing differs",
+         "tank\n atime local off\n u:x local a~b\n used - 1\ntank/a\n atime inherited:tank off\n",
+         "tank\n atime local off\n u:x local a~b\n used - 2\ntank/a\n atime inherited:tank off\n",
+         {}},
+        {"equal in other words",
+         "tank\n compression local gzip-6\n quota local 0\n snapshot_limit default none\n"
+         " xattr local on\n mountpoint local /x/\n",
+         "tank\n compression local gzip\n quota default 0\n"
+         " snapshot_limit default 18446744073709551615\n xattr local sa\n mountpoint local /x\n",
+         {}},
+        {"was local",
+         "tank\n atime local off\ntank/a\n atime local off\n recordsize local 8\ntank/b\n"
+         " u:n local two~words\n",
+         "tank\n atime default on\ntank/a\n atime inherited:tank off\n recordsize temporary 8\n"
+         "tank/b\n",
+         {"set atime=off tank", "set atime=off tank/a", "set recordsize=8 tank/a",
+          "set u:n=two words tank/b"}},
+        {"was default or inherited",
+         "tank\n atime default on\n recordsize default 1\ntank/a\n atime default on\n"
+         " recordsize default 1\n",
+         "tank\n atime local off\n recordsize default 1\ntank/a\n atime received on on\n"
+         " recordsize temporary 2\n u:n local 1\n",
+         {"inherit atime tank", "inherit atime tank/a", "inherit recordsize tank/a",
+          "inherit u:n tank/a"}},
+        {"received",
+         "tank\n atime received off off\n u:a received 1 1\n u:b received 1 1\n u:c local 2 1\n",
+         "tank\n atime local on off\n u:a inherited:x 1\n u:b local 1\n u:c local 2 1\n",
+         {"inherit -S atime tank", "set u:a=1 tank", "! tank u:a", "! tank u:b"}},
+        {"another default",
+         "tank\n atime default on\n",
+         "tank\n atime default off\n",
+         {"! tank atime"}},
+        {"not certain, or of a mount option",
+         "tank\n atime doubtful on\n recordsize temporary 8\n u:n local 1\n",
+         "tank\n atime local off\n recordsize local 1\n u:n doubtful 2\n",
+         {"! tank atime", "! tank recordsize", "! tank u:n"}},
+        {"only creation sets it",
+         "tank\n casesensitivity - mixed\n nosuch local 1\n nobody default 1\n",
+         "tank\n casesensitivity - sensitive\n",
+         {"! tank casesensitivity", "! tank nosuch"}},
+        {"not handed down",
+         "tank\n canmount default on\n quota default 0\n refquota local 7\n",
+         "tank\n canmount local off\n quota local 5\n refquota received 6 6\n",
+         {"inherit -S quota tank", "set refquota=7 tank", "inherit -S canmount tank"}},
+        {"received below what is not handed down",
+         "tank\n quota default 0\n",
+         "tank\n quota received 5 5\n",
+         {"set quota=none tank"}},
+        {"versions go up",
+         "tank\n version - 5\ntank/a\n version - 4\n",
+         "tank\n version - 4\ntank/a\n version - 5\n",
+         {"set version=5 tank", "! tank/a version"}},
+    });
+}
+
+TEST(Plan, CreatesWhatIsMissing) {
+    Check({
+        {"parents first, with what only creation sets",
+         "tank\ntank/a mounted\n casesensitivity - mixed\n version - 4\n atime local off\n"
+         " quota default 0\n canmount default on\ntank/a/v volume\n volsize local 64\n"
+         " volblocksize - 8\n refreservation local 70\ntank/b~b\n",
+         "tank\ntank/other\ntank/other/x\n",
+         {"create -u -o casesensitivity=mixed -o version=4 tank/a",
+          "create -s -V 64 -o volblocksize=8 tank/a/v", "create -u tank/b b",
+          "set atime=off tank/a", "set refreservation=70 tank/a/v", "mount tank/a", "! tank/a guid",
+          "! tank/a/v guid", "! tank/b b guid", "? tank/other"}},
+        {"encryption",
+         "tank\ntank/e key:tank/e\n encryption - aes\n keyformat - raw\n keylocation local prompt\n"
+         "tank/e/c key:tank/e\n encryption - aes\n keyformat - raw\ntank/e/d key:tank/e\n"
+         " encryption - other\ntank/e/plain\n encryption default off\n",
+         "tank\n",
+         {"create -u -o encryption=aes -o keyformat=raw -o keylocation=prompt tank/e",
+          "create -u tank/e/c", "create -u -o encryption=other tank/e/d",
+          "create -u -o encryption=off tank/e/plain", "! tank/e guid", "! tank/e/c guid",
+          "! tank/e/d guid", "! tank/e/plain guid"}},
+        {"never without the encryption it had",
+         "tank\ntank/e key:tank/e\ntank/e/c key:tank/e\n",
+         "tank\ntank/e\n encryption - off\n",
+         {"! tank/e/c encryptionroot"}},
+        {"another type, and what is below it",
+         "tank\ntank/a volume\ntank/b\ntank/b/c\n",
+         "tank\ntank/a\ntank/b volume\n",
+         {"! tank/a type", "! tank/b type", "! tank/b/c "}},
+        {"keys",
+         "tank\ntank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n",
+         "tank\ntank/e key:tank/e\n keystatus - unavailable\n mountpoint local /e\n"
+         " keylocation local prompt\n",
+         {"load-key tank/e", "mount tank/e"}},
+    });
+}
+
+TEST(Plan, MovesEachQuotaAgainstItsReservation) {
+    const auto host = [](unsigned quota, unsigned reservation) {
+        return State("tank\n quota local " + util::str(quota) + "\n reservation local " +
+                     util::str(reservation) + "\n");
+    };
+    unsigned moves = 0;
+    for (unsigned from = 0; from < 16; ++from)
+        for (unsigned to = 0; to < 16; ++to) {
+            unsigned quota = from / 4;
+            unsigned reservation = from % 4;
+            const auto isLegal = [&] { return quota == 0 || reservation <= quota; };
+            if (!isLegal() || (to / 4 != 0 && to % 4 > to / 4))
+                continue;
+            LiveState live;
+            live.state = host(quota, reservation);
+            for (const Step& step : MakePlan(host(to / 4, to % 4), live).steps) {
+                (step.property == "quota" ? quota : reservation) =
+                    static_cast<unsigned>(step.willBe->front() - '0');
+                EXPECT_TRUE(isLegal()) << from << " to " << to;
+                ++moves;
+            }
+            EXPECT_EQ(quota * 4 + reservation, to);
+        }
+    EXPECT_GT(moves, 100U);
+}
+
+TEST(Plan, OrdersLimits) {
+    Check({
+        {"reservations down, quotas up, reservations up, quotas down",
+         "tank\n quota local 9\ntank/a\n quota local 8\n reservation local 7\ntank/b\n quota local "
+         "1\n"
+         " reservation default 0\n",
+         "tank\n quota local 5\ntank/a\n quota local 2\n reservation default 0\ntank/b\n"
+         " quota default 0\n reservation local 4\n",
+         {"inherit -S reservation tank/b", "set quota=9 tank", "set quota=8 tank/a",
+          "set reservation=7 tank/a", "set quota=1 tank/b"}},
+        {"a size, and the reservation with it; read-only for a while no more",
+         "tank\ntank/v volume\n volsize local 64\n refreservation default 0\n readonly local on\n",
+         "tank\ntank/v volume\n volsize local 32\n refreservation local 33\n readonly local on\n",
+         {"inherit -S refreservation tank/v", "set readonly=off tank/v",
+          "set volsize=64 refreservation=none tank/v", "set readonly=on tank/v"}},
+        {"thick here and there; nothing is cut off",
+         "tank\ntank/v volume\n volsize local 64\n refreservation local 70\ntank/w volume\n"
+         " volsize local 1\n",
+         "tank\ntank/v volume\n volsize local 64\n refreservation local 66\ntank/w volume\n"
+         " volsize local 2\n",
+         {"! tank/w volsize"}},
+    });
+}
+
+TEST(Plan, MountsWhatWasMounted) {
+    Check({
+        {"a tree that moves goes and comes in the order of its places",
+         "tank mounted\n mountpoint local /new\ntank/a mounted\n mountpoint inherited:tank /new/a\n"
+         "tank/b mounted\n mountpoint local /x\ntank/c mounted\n mountpoint local /x/c\n",
+         "tank mounted\n mountpoint local /old\ntank/a mounted\n mountpoint inherited:tank /old/a\n"
+         "tank/b mounted\n mountpoint local /y\ntank/c mounted\n mountpoint local /x/c\n"
+         "tank/z mounted\n mountpoint inherited:tank /old/z\n",
+         {"unmount tank/b", "unmount tank/c", "unmount tank/z", "unmount tank/a", "unmount tank",
+          "set -u mountpoint=/new tank", "set -u mountpoint=/x tank/b", "mount tank",
+          "mount tank/a", "mount tank/z", "mount tank/b", "mount tank/c", "? tank/z"}},
+        {"to inherit a mount point would mount by the way",
+         "tank\n mountpoint default /tank\n canmount default on\ntank/a mounted\n"
+         " mountpoint default /tank/a\n canmount default on\n",
+         "tank\n mountpoint local /t\n canmount default on\ntank/a mounted\n"
+         " mountpoint inherited:tank /t/a\n canmount local on\n",
+         {"set -u canmount=noauto tank", "set -u canmount=noauto tank/a", "unmount tank/a",
+          "inherit mountpoint tank", "inherit -S canmount tank", "inherit -S canmount tank/a",
+          "mount tank/a"}},
+        {"shares last; read-only when all is mounted, zoned after that",
+         "tank mounted\n mountpoint local /t\n sharenfs local on\n readonly local on\ntank/z\n"
+         " zoned local on\n mountpoint local /z\n",
+         "tank\n mountpoint local /t\n sharenfs default off\n readonly default off\ntank/z\n"
+         " zoned local on\n mountpoint local /y\n",
+         {"set zoned=off tank/z", "set -u mountpoint=/z tank/z", "set -u sharenfs=on tank",
+          "mount tank", "set readonly=on tank", "set zoned=on tank/z", "share tank"}},
+        {"mounted now, and was not",
+         "tank\n mountpoint local /t\n",
+         "tank mounted\n mountpoint local /t\n",
+         {"unmount tank"}},
+        {"others have to mount it",
+         "tank mounted\n mountpoint local legacy\n",
+         "tank\n mountpoint local legacy\n",
+         {"? tank"}},
+    });
+}
+
+TEST(Plan, GivesBackWhatIsNoPropertyOfADataset) {
+    Check({
+        {"quotas by number",
+         "tank\n userquota@1 5\n groupquota@2 6\n userquota@S-1-5 7\n",
+         "tank\n userquota@1 4\n userquota@3 1\n",
+         {"set userquota@1=5 tank", "set groupquota@2=6 tank", "set userquota@3=none tank",
+          "! tank userquota@S-1-5"}},
+        {"what could not be read",
+         "tank doubt\ntank/a\n userquota@1 5\n",
+         "tank\ntank/a doubt\n",
+         {"! tank quotas of users", "! tank permissions", "! tank/a quotas of users"}},
+        {"permissions",
+         "tank\n allow Permission~sets: @s~mount\n allow Local~permissions: user~a~mount,send\n"
+         " allow + user~(unknown:~42)~send\n allow Local+Descendent~permissions: everyone~@s\n"
+         " allow + group~staff~group~send\n",
+         "tank\n allow Local~permissions: user~a~create,send\n",
+         {"allow -e @s tank", "allow -l -u 42 send tank", "allow -l -u a mount tank",
+          "allow -s @s mount tank", "! tank permissions", "? tank"}},
+        {"snapshots",
+         "tank\ntank@a\n hold one~tag\n hold -r\n u:x local 1\ntank@gone\n hold x\n",
+         "tank\ntank@a\n hold other\n u:y local 2\n",
+         {"set u:x=1 tank@a", "inherit u:y tank@a", "hold one tag tank@a", "hold -- -r tank@a",
+          "! tank@gone ", "? tank@a"}},
+    });
+}
+
+TEST(Plan, PutsARootUnderAnotherName) {
+    PlanOptions options;
+    options.renames = {{"tank/a", "tank/new"}};
+    options.roots = {"tank/a"};
+    const std::string saved =
+        "tank\n atime local off\ntank/a mounted\n atime inherited:tank off\n"
+        " mountpoint inherited:tank /t/a\ntank/a/b\n atime inherited:tank off\n"
+        " origin - tank/a@s\ntank/ab\n";
+    LiveState live;
+    live.state = State("");
+    const HostState above = State("tank\n atime default on\n mountpoint local /t\n");
+    live.above = above.datasets;
+    const Plan plan = MakePlan(State(saved), live, options);
+    EXPECT_THAT(LinesOf(plan),
+                ElementsAreArray(Lines{"create -u tank/new", "create -u tank/new/b",
+                                       "pinned: set atime=off tank/new", "mount tank/new",
+                                       "! tank/new guid", "! tank/new/b guid"}));
+    EXPECT_THAT(plan.steps[1].needs, testing::ElementsAre(0U));
+    EXPECT_THAT(plan.steps[2].needs, testing::ElementsAre(0U));
+
+    // What was pinned stays so.
+    live.state = State("tank/new mounted\n atime local off\n mountpoint inherited:tank /t/new\n"
+                       "tank/new/b\n atime inherited:tank/new off\n");
+    EXPECT_TRUE(MakePlan(State(saved), live, options).IsEmpty());
+}
+
+} // namespace
