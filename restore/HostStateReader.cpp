@@ -2,15 +2,19 @@
 
 #include "exc/exc.h"
 #include "posix/CSimpleCmdExec.h"
-#include "restore/internal/PoolDevices.h"
+#include "restore/LiveState.h"
+#include "restore/internal/PlanScope.h"
+#include "restore/internal/PoolLayout.h"
+#include "restore/internal/PoolReader.h"
+#include "restore/internal/PoolsAround.h"
 #include "restore/internal/PropertyRows.h"
+#include "restore/internal/Reading.h"
 #include "restore/internal/ToolTables.h"
 #include "util/ShellWord.h"
 #include "util/str.h"
 #include "zfstools/logging.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -20,14 +24,20 @@
 #include <optional>
 #include <set>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 namespace zfslib::restore {
 namespace {
 
+using internal::IsBelow;
+using internal::NumberOf;
 using internal::ObjectRows;
+using internal::PoolOf;
+using internal::ReasonOf;
+using internal::StateCommands;
 using internal::StateMoved;
+using internal::ValueOf;
+using internal::WasRefused;
 using util::ShellWord;
 
 std::string ShellWords(const std::vector<std::string_view>& names) {
@@ -35,34 +45,6 @@ std::string ShellWords(const std::vector<std::string_view>& names) {
     for (const std::string_view name : names)
         words += " " + ShellWord(name);
     return words;
-}
-
-/// Whether a command was run and refused, so that what it was to read may have gone; other failures
-/// (a time-out, a tool that is missing) are not mended by going on.
-bool WasRefused(const std::exception& error) {
-    const auto* failure = dynamic_cast<const posix::CCommandFailure*>(&error);
-    return failure == nullptr || failure->GetKind() == posix::CCommandFailure::Kind::ExitStatus;
-}
-
-/// What the tool said about a failure, on one line.
-std::string ReasonOf(const std::exception& error) {
-    const auto* failure = dynamic_cast<const posix::CCommandFailure*>(&error);
-    std::string reason = failure != nullptr && !failure->GetErrorText().empty()
-                             ? failure->GetErrorText()
-                             : error.what();
-    while (!reason.empty() && util::IsSpace(reason.back()))
-        reason.pop_back();
-    std::replace(reason.begin(), reason.end(), '\n', ' ');
-    return reason;
-}
-
-std::string_view PoolOf(std::string_view dataset) {
-    return dataset.substr(0, dataset.find('/'));
-}
-
-bool IsBelow(std::string_view name, std::string_view ancestor) {
-    return name.size() > ancestor.size() && name[ancestor.size()] == '/' &&
-           util::str_is_starts_with(name, ancestor);
 }
 
 void CheckRoot(std::string_view root) {
@@ -82,20 +64,6 @@ std::vector<std::string_view> Ancestors(std::string_view name) {
     return ancestors;
 }
 
-/// The value of a property that is "-" when there is nothing.
-std::string_view ValueOf(const std::vector<PropertyValue>& properties, std::string_view name) {
-    const PropertyValue* property = FindProperty(properties, name);
-    return property == nullptr || property->Value() == "-" ? std::string_view() : property->Value();
-}
-
-std::optional<std::uint64_t> NumberOf(std::string_view text) {
-    std::uint64_t number = 0;
-    const auto end = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (end.ec != std::errc() || end.ptr != text.data() + text.size())
-        return std::nullopt;
-    return number;
-}
-
 /// The next cell of a line, up to a tab or its end.
 std::string_view NextCell(std::string_view& line) {
     const std::string_view cell = line.substr(0, line.find('\t'));
@@ -107,16 +75,16 @@ std::string_view NextCell(std::string_view& line) {
 class Reader {
 public:
     explicit Reader(const CommandExecutor& executor)
-        : executor_(executor), texts_(std::make_shared<StateTexts>()) {}
+        : commands_(executor), texts_(std::make_shared<StateTexts>()) {}
 
     HostState Read(const std::vector<std::string>& roots) {
         if (roots.empty())
             throw exc::CRuntimeExc("There is nothing to read the state of.");
         std::for_each(roots.begin(), roots.end(), CheckRoot);
-        state_.roots = roots;
         ReadHost();
         ReadTools();
-        state_.tools.hasReceived = KnowsReceived(roots.front());
+        state_.tools.hasReceived = KnowsReceived(roots.front(), true);
+        state_.roots = roots;
         std::vector<std::string> tops = roots;
         std::sort(tops.begin(), tops.end(), ComesBefore);
         tops.erase(std::unique(tops.begin(), tops.end(),
@@ -127,64 +95,142 @@ public:
         std::set<std::string, std::less<>> pools;
         for (const std::string& root : tops)
             pools.emplace(PoolOf(root));
+        ReadPools(pools);
+        ReadDatasets(tops);
+        return std::move(state_);
+    }
+
+    LiveState ReadLive(const HostState& saved, const PlanOptions& options) {
+        const std::vector<std::string> roots = internal::WantedRoots(saved, options);
+        std::for_each(roots.begin(), roots.end(), CheckRoot);
+        ReadHost();
+        ReadTools();
+        const std::vector<std::string> livePools = Lines("zpool list -H -o name");
+        LiveState live;
+        std::set<std::string, std::less<>> pools;
+        std::set<std::string, std::less<>> above;
+        for (const std::string& root : roots) {
+            const std::string pool(PoolOf(root));
+            const bool hasPool =
+                std::find(livePools.begin(), livePools.end(), pool) != livePools.end();
+            if (hasPool)
+                pools.insert(pool);
+            const bool isThere = hasPool && IsThere(root);
+            (isThere ? state_.roots : live.missingRoots).push_back(root);
+            if (hasPool && root != pool)
+                above.insert(NearestAbove(root));
+        }
+        state_.tools.hasReceived =
+            KnowsReceived(pools.empty() ? roots.front() : *pools.begin(), !pools.empty());
+        for (const SnapshotState& snapshot : saved.snapshots)
+            if (options.IsWanted(snapshot.name))
+                snapshotsToFind_.insert(options.NewName(snapshot.name));
+        ReadPools(pools);
+        for (const std::string& name : above)
+            StateCommands::Repeat("what is set on", name,
+                                  [&] { live.above.push_back(ReadAbove(name)); });
+        SortByName(live.above);
+        ReadDatasets(state_.roots);
+        live.snapshots = std::move(snapshotsFound_);
+        std::sort(live.snapshots.begin(), live.snapshots.end());
+        ReadForPools(saved, options, livePools, live);
+        live.state = std::move(state_);
+        return live;
+    }
+
+private:
+    void ReadPools(const std::set<std::string, std::less<>>& pools) {
         for (const std::string& pool : pools)
-            Repeat("the pool", pool, [&] { ReadPool(pool); });
-        for (const std::string& root : tops)
-            Repeat("what is below", root, [&] { ReadRoot(root); });
+            StateCommands::Repeat("the pool", pool, [&] {
+                state_.pools.push_back(internal::ReadPool(pool, state_.tools, commands_, *texts_));
+            });
+    }
+
+    /// What is below these, of which none is below another.
+    void ReadDatasets(const std::vector<std::string>& roots) {
+        for (const std::string& root : roots)
+            StateCommands::Repeat("what is below", root, [&] { ReadRoot(root); });
         SortByName(state_.datasets);
         SortByName(state_.snapshots);
         ReadQuotas();
         ReadPermissions();
         state_.texts = texts_;
-        return std::move(state_);
     }
 
-private:
-    std::string Run(const std::string& command) {
-        const std::string line = "/usr/bin/env -i " + command;
-        _log.dbg("Execute command: [%1]", line);
-        return executor_(line);
+    std::vector<std::string> Lines(const std::string& command) {
+        const std::string text = commands_.Run(command);
+        std::vector<std::string> lines;
+        for (std::string_view rest = text; !rest.empty();)
+            lines.emplace_back(util::ConsumeLine(rest));
+        return lines;
     }
 
-    /// Runs `read` until nothing moved meanwhile.
-    template <typename ReadPart>
-    void Repeat(std::string_view what, const std::string& name, ReadPart&& read) {
-        constexpr int attempts = 3;
-        for (int attempt = 1;; ++attempt) {
-            try {
-                read();
-                return;
-            } catch (const StateMoved& moved) {
-                _log.info("State of [%1] moved: %2", name, moved.what());
-                if (attempt == attempts)
-                    throw exc::CRuntimeExc("Cannot read %1 [%2]: it changed each of %3 times: %4.",
-                                           what, name, attempts, moved.what());
-            } catch (const std::exception&) {
-                exc::RegenExc("Cannot read %1 [%2]", what, name);
-            }
+    /// Whether a dataset of an imported pool exists. All names of the pool are read, as what fails
+    /// for one may be another thing than that it is missing.
+    bool IsThere(const std::string& name) {
+        const std::string pool(PoolOf(name));
+        if (name == pool)
+            return true;
+        const auto [names, isNew] = namesThere_.try_emplace(pool);
+        if (isNew) {
+            const bool hasTypes = TakesOption(state_.tools.zfsUsage, "list", 't');
+            for (std::string& line :
+                 Lines(std::string("zfs list -rH ") + (hasTypes ? "-t filesystem,volume " : "") +
+                       "-o name " + ShellWord(pool)))
+                names->second.insert(std::move(line));
         }
+        return names->second.count(name) != 0;
     }
 
-    /// Runs a command on what was there a moment ago.
-    std::string RunAgain(const std::string& command) {
-        try {
-            return Run(command);
-        } catch (const std::exception& error) {
-            if (!WasRefused(error))
-                throw;
-            throw StateMoved(ReasonOf(error));
+    std::string NearestAbove(std::string name) {
+        do
+            name.resize(name.rfind('/'));
+        while (!IsThere(name));
+        return name;
+    }
+
+    DatasetState ReadAbove(const std::string& name) {
+        const std::string skeleton = commands_.RunAgain(Get("-Hp", "name,property,source", name));
+        std::vector<ObjectRows> rows = ReadRows(skeleton, "-Hp", name, ReadSetAbove(name));
+        if (rows.size() != 1)
+            throw StateMoved("it went away");
+        return DatasetOf(std::move(rows.front()));
+    }
+
+    /// What the plan has to know of pools that are missing.
+    void ReadForPools(const HostState& saved, const PlanOptions& options,
+                      const std::vector<std::string>& livePools, LiveState& live) {
+        std::vector<std::string> words;
+        for (const internal::WantedPool& pool : internal::WantedPools(saved, options)) {
+            if (std::find(livePools.begin(), livePools.end(), pool.name) != livePools.end())
+                continue;
+            const std::string& system = state_.tools.system;
+            if (words.empty())
+                internal::AddImportablePools({}, commands_, live.importablePools);
+            const internal::PoolLayout asSaved = internal::LayoutOf(*pool.saved, {}, system);
+            if (const auto folders = internal::FoldersOf(asSaved); !folders.empty())
+                internal::AddImportablePools(folders, commands_, live.importablePools);
+            for (const internal::LayoutGroup& group :
+                 internal::LayoutOf(*pool.saved, options, system).groups)
+                for (const internal::LayoutDisk& disk : group.disks)
+                    if (!disk.word.empty() &&
+                        std::find(words.begin(), words.end(), disk.word) == words.end())
+                        words.push_back(disk.word);
         }
+        if (!words.empty())
+            live.disks = internal::ReadDisks(words, livePools, state_.tools, commands_);
     }
 
     void ReadHost() {
-        const std::string names = Run("uname -snr");
+        const std::string names = commands_.Run("uname -snr");
         const std::vector<std::string> words = util::split(names);
         if (words.size() != 3)
             throw exc::CRuntimeExc("`uname -snr` answered [%1], not three words.", names);
         state_.tools.system = words[0];
         state_.host = words[1];
         state_.tools.release = words[2];
-        const std::vector<std::string> date = util::split(Run("date -u +%Y-%m-%dT%H:%M:%SZ"));
+        const std::vector<std::string> date =
+            util::split(commands_.Run("date -u +%Y-%m-%dT%H:%M:%SZ"));
         state_.readAt = date.empty() ? std::string() : date.front();
     }
 
@@ -199,7 +245,7 @@ private:
         tools.hasObjectQuotas = FindRule(tools.datasetProperties, "userobjquota@") != nullptr;
         tools.hasProjectQuotas = FindRule(tools.datasetProperties, "projectquota@") != nullptr;
         if (tools.zfsUsage.find("version") != tools.zfsUsage.end()) {
-            const std::string versions = Run("zfs version");
+            const std::string versions = commands_.Run("zfs version");
             const std::vector<std::string> words = util::split(versions);
             if (!words.empty())
                 tools.version = words[0];
@@ -208,14 +254,19 @@ private:
         }
     }
 
-    /// No usage names the columns.
-    bool KnowsReceived(const std::string& dataset) {
+    /// No usage names the columns. Where there is no dataset to ask for, a tool that knows them
+    /// says that, and does not complain of the way in which it was called.
+    bool KnowsReceived(const std::string& dataset, bool isThere) {
         try {
-            Run("zfs get -Hp -o received type " + ShellWord(dataset));
+            (void)commands_.Run("zfs get -Hp -o received type " + ShellWord(dataset));
             return true;
         } catch (const std::exception& error) {
             if (!WasRefused(error))
                 exc::RegenExc("Cannot read [%1]", dataset);
+            constexpr int wrongUse = 2;
+            const auto* failure = dynamic_cast<const posix::CCommandFailure*>(&error);
+            if (!isThere && failure != nullptr && failure->GetCode() != wrongUse)
+                return true;
             _log.info("`zfs get` knows no received values: %1", error.what());
             return false;
         }
@@ -223,7 +274,7 @@ private:
 
     template <typename Table>
     Table ReadSelf(const std::string& command, Table (*read)(std::string_view)) {
-        const std::string text = Run(command + " 2>&1 || :");
+        const std::string text = commands_.Run(command + " 2>&1 || :");
         Table table = read(text);
         if (table.empty())
             throw exc::CRuntimeExc("`%1` does not say how it is used: [%2].", command,
@@ -231,143 +282,18 @@ private:
         return table;
     }
 
-    /// Rows of `zpool get`, with the skeleton read first.
-    std::vector<ObjectRows> ReadPoolRows(const std::string& pool, const std::string& operands) {
-        const std::string skeleton = Run("zpool get -Hp -o name,property,source all" + operands);
-        const std::string_view values =
-            texts_->Keep(RunAgain("zpool get -Hp -o name,property,value,source all" + operands));
-        const auto ask = [&](std::string_view object, std::string_view property,
-                             std::string_view column) {
-            std::string line = "zpool get -Hp -o ";
-            line.append(column).append(" ").append(ShellWord(property)).append(" ") +=
-                ShellWord(pool);
-            if (object != pool)
-                line += " " + ShellWord(object);
-            return RunAgain(line);
-        };
-        return internal::ReadPropertyRows(skeleton, values, false, ask, {}, *texts_);
+    static std::string Get(const std::string& options, const std::string& columns,
+                           const std::string& name) {
+        return "zfs get " + options + " -o " + columns + " all " + ShellWord(name);
     }
 
-    void ReadPool(const std::string& name) {
-        PoolState pool;
-        pool.name = texts_->Keep(name);
-        const CommandUsages& usages = state_.tools.zpoolUsage;
-        if (TakesOption(usages, "get", 'H') && TakesOption(usages, "get", 'p')) {
-            std::vector<ObjectRows> rows = ReadPoolRows(name, " " + ShellWord(name));
-            if (rows.size() != 1)
-                throw StateMoved("the pool went away");
-            pool.properties = std::move(rows.front().properties);
-        } else {
-            pool.properties = ReadPaddedProperties(name);
-        }
-        pool.guid = ValueOf(pool.properties, "guid");
-        pool.altroot = ValueOf(pool.properties, "altroot");
-        pool.health = ValueOf(pool.properties, "health");
-        ReadPoolDevices(pool);
-        if (pool.health != "ONLINE" && pool.health != "DEGRADED")
-            pool.doubts.push_back("the pool is " + std::string(pool.health) +
-                                  ": properties that show \"-\" may have been set");
-        state_.pools.push_back(std::move(pool));
-    }
-
-    /// `zpool get all` of a tool that pads columns with blanks: the pool, the property, the value,
-    /// which may have blanks in it, and the source.
-    std::vector<PropertyValue> ReadPaddedProperties(const std::string& pool) {
-        const std::string text = Run("zpool get all " + ShellWord(pool));
-        std::vector<PropertyValue> properties;
-        std::string_view rest = text;
-        while (!rest.empty()) {
-            std::string_view line = util::ConsumeLine(rest);
-            if (!util::str_is_starts_with(line, pool + " "))
-                continue;
-            line.remove_prefix(pool.size());
-            const std::string_view property = util::ConsumeWord(line);
-            const std::size_t end = line.find_last_not_of(' ');
-            const std::size_t blank = line.find_last_of(' ', end);
-            if (property.empty() || end == std::string_view::npos ||
-                blank == std::string_view::npos)
-                throw exc::CRuntimeExc("Cannot read the line [%1] of `zpool get all`.", line);
-            const std::string_view source = line.substr(blank + 1, end - blank);
-            std::string_view value = line.substr(0, blank);
-            value.remove_prefix(std::min(value.find_first_not_of(' '), value.size()));
-            value = value.substr(0, value.find_last_not_of(' ') + 1);
-            const PropertySource kind = source == "local"     ? PropertySource::Local
-                                        : source == "default" ? PropertySource::Default
-                                                              : PropertySource::None;
-            properties.push_back(texts_->Make(property, value, std::nullopt, texts_->Origin(kind)));
-        }
-        return properties;
-    }
-
-    void ReadPoolDevices(PoolState& pool) {
-        const CommandUsages& usages = state_.tools.zpoolUsage;
-        const std::string name(pool.name);
-        const auto status = [&](char option) {
-            if (option != '\0' && !TakesOption(usages, "status", option))
-                return std::string();
-            const std::string words = option == '\0' ? std::string() : std::string(" -") + option;
-            return Run("zpool status" + words + " " + ShellWord(name));
-        };
-        const std::string byName = status('\0');
-        const std::string byPath = status('P');
-        const std::string byGuid = status('g');
-        pool.devices = internal::ReadDevices(internal::ReadStatusRows(byName),
-                                             internal::ReadStatusRows(byPath),
-                                             internal::ReadStatusRows(byGuid), state_.tools.system);
-        if (state_.tools.AtLeast(2, 2))
-            ReadDeviceProperties(name, pool.devices);
-        NoteDevices(pool.devices, pool.doubts);
-    }
-
-    void ReadDeviceProperties(const std::string& pool, std::vector<Device>& devices) {
-        std::unordered_map<std::string_view, const ObjectRows*> byGuid;
-        const std::vector<ObjectRows> rows =
-            ReadPoolRows(pool, " " + ShellWord(pool) + " all-vdevs");
-        for (const ObjectRows& device : rows)
-            byGuid.emplace(ValueOf(device.properties, "guid"), &device);
-        Complete(devices, byGuid, true);
-    }
-
-    static void Complete(std::vector<Device>& devices,
-                         const std::unordered_map<std::string_view, const ObjectRows*>& byGuid,
-                         bool areTopLevel) {
-        for (Device& device : devices) {
-            Complete(device.children, byGuid, false);
-            const auto found = byGuid.find(device.guid);
-            if (device.guid.empty() || found == byGuid.end())
-                continue; // spares and caches have none
-            const std::vector<PropertyValue>& properties = found->second->properties;
-            device.deviceId = ValueOf(properties, "devid");
-            device.physicalPath = ValueOf(properties, "physpath");
-            const auto ashift = NumberOf(ValueOf(properties, "ashift"));
-            if (areTopLevel && ashift.value_or(0) != 0)
-                device.ashift = static_cast<unsigned>(*ashift);
-            // The tool calls local what the pool notes of itself, too.
-            for (const PropertyValue& property : properties)
-                if (property.Source() == PropertySource::Local &&
-                    property.Name() != "org.zfsonlinux:allocation_bias")
-                    device.properties.push_back(property);
-        }
-    }
-
-    /// What is of the moment, and not how the pool is meant to be.
-    static void NoteDevices(const std::vector<Device>& devices, std::vector<std::string>& doubts) {
-        for (const Device& device : devices) {
-            NoteDevices(device.children, doubts);
-            if (device.kind == Device::Kind::Replacing)
-                doubts.push_back("a device is being replaced: " + device.name);
-            else if (device.kind == Device::Kind::Spare)
-                doubts.push_back("a spare stands in for a device: " + device.name);
-            else if (device.children.empty() && device.state != "ONLINE" &&
-                     device.state != "AVAIL" && device.state != "INUSE" && !device.state.empty())
-                doubts.push_back(device.name + " is " + device.state);
-        }
-    }
-
-    /// `zfs get` with options before the operand, which is one dataset and all below.
-    std::string GetBelow(const std::string& options, const std::string& columns,
-                         const std::string& root) {
-        return "zfs get -rHp" + options + " -o " + columns + " all " + ShellWord(root);
+    /// What the datasets above one set for it.
+    internal::SetAbove ReadSetAbove(const std::string& name) {
+        const auto ancestors = Ancestors(name);
+        if (ancestors.empty())
+            return {};
+        return internal::ReadSetAbove(
+            commands_.RunAgain("zfs get -Hp -o name,property,source all" + ShellWords(ancestors)));
     }
 
     /// The rows of a root's datasets or snapshots; `skeleton` was read just before.
@@ -375,13 +301,14 @@ private:
                                      const std::string& root, const internal::SetAbove& above) {
         const std::string columns = state_.tools.hasReceived ? "name,property,value,received,source"
                                                              : "name,property,value,source";
-        const std::string_view values = texts_->Keep(RunAgain(GetBelow(options, columns, root)));
+        const std::string_view values =
+            texts_->Keep(commands_.RunAgain(Get(options, columns, root)));
         const auto ask = [&](std::string_view object, std::string_view property,
                              std::string_view column) {
             std::string line = "zfs get -Hp -o ";
             line.append(column).append(" ").append(ShellWord(property)).append(" ") +=
                 ShellWord(object);
-            return RunAgain(line);
+            return commands_.RunAgain(line);
         };
         return internal::ReadPropertyRows(skeleton, values, state_.tools.hasReceived, ask, above,
                                           *texts_);
@@ -389,38 +316,36 @@ private:
 
     void ReadRoot(const std::string& root) {
         const bool hasTypes = state_.tools.hasTypeOption;
-        const std::string datasets = hasTypes ? " -t filesystem,volume" : "";
-        const std::string skeleton = Run(GetBelow(datasets, "name,property,source", root));
-        internal::SetAbove above;
-        if (const auto ancestors = Ancestors(root); !ancestors.empty())
-            above = internal::ReadSetAbove(
-                RunAgain("zfs get -Hp -o name,property,source all" + ShellWords(ancestors)));
+        const std::string datasets = hasTypes ? "-rHp -t filesystem,volume" : "-rHp";
+        const std::string skeleton = commands_.Run(Get(datasets, "name,property,source", root));
+        const internal::SetAbove above = ReadSetAbove(root);
         std::vector<ObjectRows> rows = ReadRows(skeleton, datasets, root, above);
         std::vector<ObjectRows> snapshotRows;
         if (hasTypes) {
-            const std::string set = " -t snapshot -s local,received";
-            const std::string setThere = RunAgain(GetBelow(set, "name,property,source", root));
+            const std::string set = "-rHp -t snapshot -s local,received";
+            const std::string setThere = commands_.RunAgain(Get(set, "name,property,source", root));
             if (!setThere.empty())
                 snapshotRows = ReadRows(setThere, set, root, {});
         }
         std::map<std::string_view, SnapshotState, std::less<>> snapshots;
-        ReadHolds(root, snapshots);
+        const std::vector<std::string> found = ReadHolds(root, snapshots);
         const std::string moves = internal::DescribeMoves(
-            skeleton, RunAgain(GetBelow(datasets, "name,property,source", root)));
+            skeleton, commands_.RunAgain(Get(datasets, "name,property,source", root)));
         if (!moves.empty())
             throw StateMoved(moves);
         for (ObjectRows& object : rows)
             if (object.name.find_first_of("@#") == std::string_view::npos)
-                AddDataset(std::move(object));
+                state_.datasets.push_back(DatasetOf(std::move(object)));
             else
                 AddUserProperties(object, snapshots);
         for (const ObjectRows& object : snapshotRows)
             AddUserProperties(object, snapshots);
         for (auto& [name, snapshot] : snapshots)
             state_.snapshots.push_back(std::move(snapshot));
+        snapshotsFound_.insert(snapshotsFound_.end(), found.begin(), found.end());
     }
 
-    void AddDataset(ObjectRows&& object) {
+    static DatasetState DatasetOf(ObjectRows&& object) {
         const auto value = [&](std::string_view name) { return ValueOf(object.properties, name); };
         DatasetState dataset;
         dataset.name = object.name;
@@ -434,7 +359,7 @@ private:
         dataset.encryptionRoot = value("encryptionroot");
         dataset.isMounted = value("mounted") == "yes";
         dataset.properties = std::move(object.properties);
-        state_.datasets.push_back(std::move(dataset));
+        return dataset;
     }
 
     static SnapshotState&
@@ -455,15 +380,20 @@ private:
                 SnapshotOf(object.name, snapshots).userProperties.push_back(property);
     }
 
-    void ReadHolds(const std::string& root,
-                   std::map<std::string_view, SnapshotState, std::less<>>& snapshots) {
+    /// Returns those that are to be found.
+    std::vector<std::string>
+    ReadHolds(const std::string& root,
+              std::map<std::string_view, SnapshotState, std::less<>>& snapshots) {
+        std::vector<std::string> found;
         const std::string counts =
-            RunAgain("zfs list -rH -t snapshot -o name,userrefs " + ShellWord(root));
+            commands_.RunAgain("zfs list -rH -t snapshot -o name,userrefs " + ShellWord(root));
         std::vector<std::pair<std::string_view, std::uint64_t>> held;
         std::string_view rest = counts;
         while (!rest.empty()) {
             std::string_view line = util::ConsumeLine(rest);
             const std::string_view name = NextCell(line);
+            if (snapshotsToFind_.find(name) != snapshotsToFind_.end())
+                found.emplace_back(name);
             if (const auto count = NumberOf(line); count.value_or(0) != 0)
                 held.emplace_back(name, *count);
         }
@@ -476,7 +406,7 @@ private:
                 names.push_back(held[last].first);
                 size += held[last].first.size() + 3;
             }
-            const std::string text = RunAgain("zfs holds -H" + ShellWords(names));
+            const std::string text = commands_.RunAgain("zfs holds -H" + ShellWords(names));
             if (!AddHolds(text,
                           {held.begin() + static_cast<std::ptrdiff_t>(first),
                            held.begin() + static_cast<std::ptrdiff_t>(last)},
@@ -485,6 +415,7 @@ private:
                     ReadHoldsAlone(held[i], snapshots);
             first = last;
         }
+        return found;
     }
 
     using Held = std::pair<std::string_view, std::uint64_t>;
@@ -518,7 +449,7 @@ private:
 
     void ReadHoldsAlone(const Held& held,
                         std::map<std::string_view, SnapshotState, std::less<>>& snapshots) {
-        const std::string text = RunAgain("zfs holds -H " + ShellWord(held.first));
+        const std::string text = commands_.RunAgain("zfs holds -H " + ShellWord(held.first));
         if (!AddHolds(text, {held}, snapshots))
             SnapshotOf(texts_->Keep(std::string(held.first)), snapshots).holdsDoubt =
                 "a tag holds a tab or a newline";
@@ -547,9 +478,9 @@ private:
         const std::string columns =
             state_.tools.hasObjectQuotas ? "type,name,quota,objquota " : "type,name,quota ";
         const std::string name = ShellWord(dataset.name);
-        AddQuotas(Run("zfs userspace -Hpn -t all -o " + columns + name), dataset);
+        AddQuotas(commands_.Run("zfs userspace -Hpn -t all -o " + columns + name), dataset);
         if (state_.tools.hasProjectQuotas)
-            AddQuotas(Run("zfs projectspace -Hp -o " + columns + name), dataset);
+            AddQuotas(commands_.Run("zfs projectspace -Hp -o " + columns + name), dataset);
     }
 
     void AddQuotas(const std::string& text, DatasetState& dataset) {
@@ -590,8 +521,8 @@ private:
         const auto limit = NumberOf(ValueOf(dataset.properties, defaultProperty));
         if (limit != quota.limit)
             return true;
-        const std::string answer = Run("zfs get -Hp -o value,source " + ShellWord(property) + " " +
-                                       ShellWord(dataset.name));
+        const std::string answer = commands_.Run(
+            "zfs get -Hp -o value,source " + ShellWord(property) + " " + ShellWord(dataset.name));
         std::string_view line = answer;
         const std::string_view value = NextCell(line);
         return NumberOf(value).value_or(0) != 0 && !util::str_is_starts_with(line, "default");
@@ -605,7 +536,8 @@ private:
             if (i + 1 < datasets.size() && IsBelow(datasets[i + 1].name, datasets[i].name))
                 continue;
             try {
-                AddPermissions(texts_->Keep(Run("zfs allow " + ShellWord(datasets[i].name))));
+                AddPermissions(
+                    texts_->Keep(commands_.Run("zfs allow " + ShellWord(datasets[i].name))));
             } catch (const std::exception& error) {
                 if (!WasRefused(error))
                     exc::RegenExc("Cannot read the permissions on [%1]", datasets[i].name);
@@ -652,15 +584,23 @@ private:
             std::sort(items.begin(), items.end(), comesBefore);
     }
 
-    const CommandExecutor& executor_;
+    StateCommands commands_;
     std::shared_ptr<StateTexts> texts_;
     HostState state_;
+    std::map<std::string, std::set<std::string>> namesThere_; ///< by the pool
+    std::set<std::string, std::less<>> snapshotsToFind_;
+    std::vector<std::string> snapshotsFound_;
 };
 
 } // namespace
 
 HostState ReadHostState(const std::vector<std::string>& roots, const CommandExecutor& executor) {
     return Reader(executor).Read(roots);
+}
+
+LiveState ReadLiveState(const HostState& saved, const PlanOptions& options,
+                        const CommandExecutor& executor) {
+    return Reader(executor).ReadLive(saved, options);
 }
 
 } // namespace zfslib::restore

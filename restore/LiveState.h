@@ -13,16 +13,22 @@ struct PlanOptions;
 
 /// A pool that `zpool import` lists.
 struct ImportablePool {
-    std::string name;
-    std::string guid;  ///< decimal digits
-    std::string state; ///< "ONLINE", "DEGRADED", "UNAVAIL", ...
+    std::string name;   ///< what the labels of its disks say
+    std::string guid;   ///< decimal digits
+    std::string state;  ///< "ONLINE", "DEGRADED", "UNAVAIL", ...
+    std::string action; ///< what the tool advises: "The pool can be imported using ..."
+    /// Where it was found, of a pool made of files: `zpool import -d`. Empty for the places where
+    /// the tool looks by itself.
+    std::vector<std::string> folders;
 };
 
 /// A disk or file that a pool is to be made of.
 struct DiskState {
     std::string path;     ///< as a plan has it in `zpool create`
     bool isThere = false; ///< a file or device has this path
-    std::string usedBy;   ///< the imported pool that uses it; empty when none does
+    std::string usedBy;   ///< an imported pool that uses it; empty when none does
+    /// It is nothing but a spare where it is used: pools may share that, as one of theirs.
+    bool isOnlySpare = false;
 };
 
 /// What stands where a saved state is to be put back.
@@ -45,10 +51,12 @@ struct LiveState {
 /// Reads what a plan has to know of this host: the saved roots under the names they are to get, as
 /// ReadHostState does, and what is around them. Roots and pools that are missing are no error.
 ///
-/// `executor` as for ReadHostState. Runs its commands, and before them `zpool list`, `zfs list` of
-/// each pool with a root that is no pool, `zpool import` and `zpool status` when a pool is missing,
-/// one `ls` for each disk it needs, and one `zfs list` of snapshots where some were saved.
-/// Errors: as ReadHostState; std::runtime_error for options that name what was not saved.
+/// `executor` as for ReadHostState. Runs its commands, and among them, when it knows the tools,
+/// `zpool list`, and `zfs list` of each pool with a root that is no pool; for the datasets above
+/// the roots two `zfs get` each, and one more for what is above them. When a pool is missing:
+/// `zpool import`, and again for the folders of its files; `zpool status` of each pool; and `ls`
+/// and `readlink` of each disk that it needs. Errors: as ReadHostState; std::runtime_error for
+/// options that name what was not saved.
 [[nodiscard]] ZFSLIB_EXPORT LiveState ReadLiveState(const HostState& saved,
                                                     const PlanOptions& options,
                                                     const CommandExecutor& executor);

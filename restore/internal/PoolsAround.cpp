@@ -1,0 +1,163 @@
+#include "restore/internal/PoolsAround.h"
+
+#include "restore/internal/PoolDevices.h"
+#include "restore/internal/PoolLayout.h"
+#include "util/ShellWord.h"
+#include "util/str.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace zfslib::restore::internal {
+namespace {
+
+using util::ShellWord;
+
+bool IsThere(const std::string& path, const StateCommands& commands) {
+    try {
+        (void)commands.Run("ls -dL " + ShellWord(path));
+        return true;
+    } catch (const std::exception& error) {
+        if (!WasRefused(error))
+            throw;
+        return false;
+    }
+}
+
+/// The path that a link leads to.
+std::string TargetOf(const std::string& path, const StateCommands& commands) {
+    try {
+        std::string target = commands.Run("readlink -f " + ShellWord(path));
+        if (!target.empty() && target.back() == '\n')
+            target.pop_back();
+        return target.empty() ? path : target;
+    } catch (const std::exception& error) {
+        if (!WasRefused(error))
+            throw;
+        return path;
+    }
+}
+
+struct UsedDevice {
+    std::string path; ///< without links; where the tool knows no paths, what it is called
+    std::string pool;
+    bool isSpare = false;
+};
+
+std::vector<UsedDevice> ReadUsedDevices(const std::string& pool, const ToolsState& tools,
+                                        const StateCommands& commands) {
+    std::string command = "zpool status";
+    for (const char option : {'L', 'P'})
+        if (TakesOption(tools.zpoolUsage, "status", option))
+            command.append(" -") += option;
+    const std::string text = commands.Run(command + " " + ShellWord(pool));
+    std::vector<UsedDevice> used;
+    bool areSpares = false;
+    for (const StatusRow& row : ReadStatusRows(text))
+        if (row.depth == 0)
+            areSpares = row.name == "spares";
+        else
+            used.push_back({std::string(row.name), pool, areSpares});
+    return used;
+}
+
+/// Where Solaris has a disk by a name without a folder; a whole one is there in slices.
+std::string SolarisPath(const std::string& word) {
+    if (word.find('/') != std::string::npos)
+        return word;
+    const bool isSlice = word.rfind('s') != std::string::npos && word.rfind('s') > word.rfind('d');
+    return "/dev/dsk/" + word + (isSlice ? "" : "s0");
+}
+
+DiskState ReadDisk(const std::string& word, const std::vector<UsedDevice>& used,
+                   const ToolsState& tools, const StateCommands& commands) {
+    DiskState disk;
+    disk.path = word;
+    const bool isSolaris = tools.system == "SunOS";
+    disk.isThere = IsThere(isSolaris ? SolarisPath(word) : word, commands);
+    if (!disk.isThere)
+        return disk;
+    const std::string target = isSolaris ? word : TargetOf(word, commands);
+    for (const UsedDevice& device : used) {
+        const std::string given = isSolaris ? word.substr(word.rfind('/') + 1) : target;
+        if (device.path != given && WholeDisk(device.path) != given &&
+            device.path != WholeDisk(given))
+            continue;
+        disk.isOnlySpare = device.isSpare && (disk.usedBy.empty() || disk.isOnlySpare);
+        disk.usedBy = device.pool;
+    }
+    return disk;
+}
+
+} // namespace
+
+std::vector<ImportablePool> ReadImportablePools(std::string_view text) {
+    std::vector<ImportablePool> pools;
+    std::string_view title;
+    while (!text.empty()) {
+        std::string_view line = util::ConsumeLine(text);
+        if (line.empty())
+            continue;
+        if (line.front() == '\t') {
+            // The titles' texts go on behind tabs, and the devices stand there.
+            line.remove_prefix(1);
+            if (title == "action:" && !pools.empty())
+                pools.back().action.append(" ").append(line);
+            continue;
+        }
+        title = util::ConsumeWord(line);
+        line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+        if (title == "pool:")
+            pools.emplace_back().name = line;
+        else if (pools.empty())
+            continue;
+        else if (title == "id:" && util::str_is_integer(line))
+            pools.back().guid = line;
+        else if (title == "state:")
+            pools.back().state = line;
+        else if (title == "action:")
+            pools.back().action = line;
+    }
+    pools.erase(std::remove_if(pools.begin(), pools.end(),
+                               [](const ImportablePool& pool) { return pool.guid.empty(); }),
+                pools.end());
+    return pools;
+}
+
+void AddImportablePools(const std::vector<std::string>& folders, const StateCommands& commands,
+                        std::vector<ImportablePool>& pools) {
+    std::string command = "zpool import";
+    std::vector<std::string> there;
+    for (const std::string& folder : folders)
+        if (IsThere(folder, commands)) {
+            command += " -d " + ShellWord(folder);
+            there.push_back(folder);
+        }
+    if (!folders.empty() && there.empty())
+        return;
+    for (ImportablePool& pool : ReadImportablePools(commands.Run(command))) {
+        const auto isSame = [&](const ImportablePool& known) {
+            return known.guid == pool.guid && known.state == pool.state;
+        };
+        if (std::any_of(pools.begin(), pools.end(), isSame))
+            continue;
+        pool.folders = there;
+        pools.push_back(std::move(pool));
+    }
+}
+
+std::vector<DiskState> ReadDisks(const std::vector<std::string>& words,
+                                 const std::vector<std::string>& livePools, const ToolsState& tools,
+                                 const StateCommands& commands) {
+    std::vector<UsedDevice> used;
+    for (const std::string& pool : livePools)
+        for (UsedDevice& device : ReadUsedDevices(pool, tools, commands))
+            used.push_back(std::move(device));
+    std::vector<DiskState> disks;
+    for (const std::string& word : words)
+        disks.push_back(ReadDisk(word, used, tools, commands));
+    return disks;
+}
+
+} // namespace zfslib::restore::internal

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "restore/LiveState.h"
+#include "restore/internal/Reading.h"
+#include "zfslib_export.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// What there is besides the pools whose state is read.
+namespace zfslib::restore::internal {
+
+/// The pools that an output of `zpool import` lists. Their names and numbers are what the labels of
+/// their disks say, and somebody else may have written these.
+[[nodiscard]] ZFSLIB_EXPORT std::vector<ImportablePool> ReadImportablePools(std::string_view text);
+
+/// Adds the pools that `zpool import` lists, and those in folders that exist.
+void AddImportablePools(const std::vector<std::string>& folders, const StateCommands& commands,
+                        std::vector<ImportablePool>& pools);
+
+/// Whether these disks are there, and which of the imported pools use them. Runs `ls` for each, on
+/// systems that make links to disks `readlink` too, and `zpool status` for each pool.
+[[nodiscard]] std::vector<DiskState> ReadDisks(const std::vector<std::string>& words,
+                                               const std::vector<std::string>& livePools,
+                                               const ToolsState& tools,
+                                               const StateCommands& commands);
+
+} // namespace zfslib::restore::internal
