@@ -2,7 +2,6 @@
 
 #include "restore/HostState.h"
 #include "restore/Plan.h"
-#include "zfslib_export.h"
 
 #include <string>
 #include <string_view>
@@ -20,8 +19,8 @@ namespace zfslib::restore::internal {
 /// The saved roots that are asked for, and what gets a name of its own, by the names they are to
 /// get, in the order of ComesBefore, without those that are below others. Errors:
 /// std::runtime_error when the options name what was not saved.
-[[nodiscard]] ZFSLIB_EXPORT std::vector<std::string> WantedRoots(const HostState& saved,
-                                                                 const PlanOptions& options);
+[[nodiscard]] std::vector<std::string> WantedRoots(const HostState& saved,
+                                                   const PlanOptions& options);
 
 /// A saved pool that a plan needs.
 struct WantedPool {
@@ -33,7 +32,7 @@ struct WantedPool {
 
 /// The saved pools, in their order, with datasets that are asked for. One that gets a place within
 /// another pool is not among them.
-[[nodiscard]] ZFSLIB_EXPORT std::vector<WantedPool> WantedPools(const HostState& saved,
-                                                                const PlanOptions& options);
+[[nodiscard]] std::vector<WantedPool> WantedPools(const HostState& saved,
+                                                  const PlanOptions& options);
 
 } // namespace zfslib::restore::internal

@@ -2,7 +2,6 @@
 
 #include "restore/HostState.h"
 #include "restore/Plan.h"
-#include "zfslib_export.h"
 
 #include <optional>
 #include <string>
@@ -39,14 +38,14 @@ struct PoolLayout {
 
 /// `system` (`uname -s`) is that of the tools which are to use the words. The disks of the options
 /// are those to use in the place of the saved ones.
-[[nodiscard]] ZFSLIB_EXPORT PoolLayout LayoutOf(const PoolState& pool, const PlanOptions& options,
-                                                std::string_view system);
+[[nodiscard]] PoolLayout LayoutOf(const PoolState& pool, const PlanOptions& options,
+                                  std::string_view system);
 
 /// The folders of the files that a pool is made of, each once.
 [[nodiscard]] std::vector<std::string> FoldersOf(const PoolLayout& layout);
 
 /// The whole disk of a partition below /dev: "/dev/sda" for "/dev/sda1"; the path itself when it
 /// does not look like a partition's.
-[[nodiscard]] ZFSLIB_EXPORT std::string WholeDisk(const std::string& path);
+[[nodiscard]] std::string WholeDisk(const std::string& path);
 
 } // namespace zfslib::restore::internal

@@ -62,27 +62,26 @@ std::vector<UsedDevice> ReadUsedDevices(const std::string& pool, const ToolsStat
     return used;
 }
 
-/// Where Solaris has a disk by a name without a folder; a whole one is there in slices.
-std::string SolarisPath(const std::string& word) {
-    if (word.find('/') != std::string::npos)
-        return word;
-    const bool isSlice = word.rfind('s') != std::string::npos && word.rfind('s') > word.rfind('d');
-    return "/dev/dsk/" + word + (isSlice ? "" : "s0");
+/// The path of a disk that may be called without one, as Solaris does.
+std::string WithFolder(const std::string& name) {
+    return name.find('/') == std::string::npos ? "/dev/dsk/" + name : name;
 }
 
 DiskState ReadDisk(const std::string& word, const std::vector<UsedDevice>& used,
                    const ToolsState& tools, const StateCommands& commands) {
     DiskState disk;
     disk.path = word;
-    const bool isSolaris = tools.system == "SunOS";
-    disk.isThere = IsThere(isSolaris ? SolarisPath(word) : word, commands);
+    std::string path = WithFolder(word);
+    // Solaris has a node for each slice, and not always one for the whole disk.
+    const bool isSlice = WholeDisk(path) != path;
+    disk.isThere = IsThere(tools.system == "SunOS" && !isSlice ? path + "s0" : path, commands);
     if (!disk.isThere)
         return disk;
-    const std::string target = isSolaris ? word : TargetOf(word, commands);
+    if (tools.system != "SunOS")
+        path = TargetOf(path, commands);
     for (const UsedDevice& device : used) {
-        const std::string given = isSolaris ? word.substr(word.rfind('/') + 1) : target;
-        if (device.path != given && WholeDisk(device.path) != given &&
-            device.path != WholeDisk(given))
+        const std::string usedPath = WithFolder(device.path);
+        if (usedPath != path && WholeDisk(usedPath) != path && usedPath != WholeDisk(path))
             continue;
         disk.isOnlySpare = device.isSpare && (disk.usedBy.empty() || disk.isOnlySpare);
         disk.usedBy = device.pool;

@@ -2,7 +2,6 @@
 
 #include "restore/LiveState.h"
 #include "restore/internal/Reading.h"
-#include "zfslib_export.h"
 
 #include <string>
 #include <string_view>
@@ -13,7 +12,7 @@ namespace zfslib::restore::internal {
 
 /// The pools that an output of `zpool import` lists. Their names and numbers are what the labels of
 /// their disks say, and somebody else may have written these.
-[[nodiscard]] ZFSLIB_EXPORT std::vector<ImportablePool> ReadImportablePools(std::string_view text);
+[[nodiscard]] std::vector<ImportablePool> ReadImportablePools(std::string_view text);
 
 /// Adds the pools that `zpool import` lists, and those in folders that exist.
 void AddImportablePools(const std::vector<std::string>& folders, const StateCommands& commands,
