@@ -3,6 +3,7 @@
 #include "exc/exc.h"
 #include "posix/CSimpleCmdExec.h"
 #include "restore/LiveState.h"
+#include "restore/internal/Names.h"
 #include "restore/internal/PlanScope.h"
 #include "restore/internal/PoolLayout.h"
 #include "restore/internal/PoolReader.h"
@@ -29,7 +30,7 @@
 namespace zfslib::restore {
 namespace {
 
-using internal::IsBelow;
+using internal::IsWithin;
 using internal::NumberOf;
 using internal::ObjectRows;
 using internal::PoolOf;
@@ -89,7 +90,7 @@ public:
         std::sort(tops.begin(), tops.end(), ComesBefore);
         tops.erase(std::unique(tops.begin(), tops.end(),
                                [](const std::string& above, const std::string& name) {
-                                   return name == above || IsBelow(name, above);
+                                   return IsWithin(name, above);
                                }),
                    tops.end());
         std::set<std::string, std::less<>> pools;
@@ -533,7 +534,7 @@ private:
         std::vector<DatasetState>& datasets = state_.datasets;
         std::vector<bool> isTold(datasets.size(), false);
         for (std::size_t i = 0; i < datasets.size(); ++i) {
-            if (i + 1 < datasets.size() && IsBelow(datasets[i + 1].name, datasets[i].name))
+            if (i + 1 < datasets.size() && IsWithin(datasets[i + 1].name, datasets[i].name))
                 continue;
             try {
                 AddPermissions(

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "restore/internal/Names.h"
 #include "restore/internal/PlanDraft.h"
 
 #include <deque>
@@ -72,11 +73,5 @@ private:
     std::unordered_map<std::string_view, DatasetPair*> bySavedName_;
     std::unordered_map<std::string_view, DatasetPair*> byName_;
 };
-
-/// Whether a dataset or snapshot is `top`, or stands below it.
-[[nodiscard]] bool IsWithin(std::string_view name, std::string_view top);
-/// A dataset's name without its last component; empty of a pool.
-[[nodiscard]] std::string_view NameAbove(std::string_view dataset);
-[[nodiscard]] std::string_view PoolOf(std::string_view dataset);
 
 } // namespace zfslib::restore::internal

@@ -1,10 +1,12 @@
 #include "restore/internal/PlanScope.h"
 
 #include "exc/exc.h"
-#include "util/str.h"
+#include "restore/internal/Names.h"
 
 #include <algorithm>
 #include <map>
+#include <string_view>
+#include <utility>
 
 namespace zfslib::restore::internal {
 namespace {
@@ -15,15 +17,6 @@ bool IsSaved(const HostState& saved, std::string_view name) {
 }
 
 } // namespace
-
-std::string_view PoolOf(std::string_view dataset) {
-    return dataset.substr(0, dataset.find_first_of("/@"));
-}
-
-bool IsBelow(std::string_view name, std::string_view ancestor) {
-    return name.size() > ancestor.size() && name[ancestor.size()] == '/' &&
-           util::str_is_starts_with(name, ancestor);
-}
 
 std::vector<std::string> WantedRoots(const HostState& saved, const PlanOptions& options) {
     const std::vector<std::string>& asked = options.roots.empty() ? saved.roots : options.roots;
@@ -42,7 +35,7 @@ std::vector<std::string> WantedRoots(const HostState& saved, const PlanOptions& 
     std::sort(names.begin(), names.end(), ComesBefore);
     names.erase(std::unique(names.begin(), names.end(),
                             [](const std::string& above, const std::string& name) {
-                                return name == above || IsBelow(name, above);
+                                return IsWithin(name, above);
                             }),
                 names.end());
     return names;

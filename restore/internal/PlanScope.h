@@ -3,18 +3,12 @@
 #include "restore/HostState.h"
 #include "restore/Plan.h"
 
+#include <cstddef>
 #include <string>
-#include <string_view>
 #include <vector>
 
 /// What of a saved state a plan is for.
 namespace zfslib::restore::internal {
-
-/// The pool of a dataset or snapshot.
-[[nodiscard]] std::string_view PoolOf(std::string_view dataset);
-
-/// Whether a dataset stands below another.
-[[nodiscard]] bool IsBelow(std::string_view name, std::string_view ancestor);
 
 /// The saved roots that are asked for, and what gets a name of its own, by the names they are to
 /// get, in the order of ComesBefore, without those that are below others. Errors:
