@@ -31,6 +31,7 @@ const std::vector<Ratio> ratios = {
     {"tree of 10,000 / sorting the names", "GrowTree/10000", "SortNames/10000", 0},
     {"tree of 100,000 / sorting the names", "GrowTree/100000", "SortNames/100000", 0},
     {"state of 100,000 datasets / streams", "ReadState/100000", "SplitState/100000", 0.25},
+    {"plan for 100,000 equal datasets / reading them", "PlanNothing/100000", "ReadState/100000", 1},
     {"a child process / a bare one", "Children/0:ours", "Children/0:bare", 1.15},
     {"the same, large parent", "Children/1:ours", "Children/1:bare", 1.15},
     {"a child of a large parent / of a small one", "Children/1:ours", "Children/0:ours", 0},

@@ -1,7 +1,8 @@
-// A host's state from what the tools print.
+// A host's state from what the tools print, and the plan that finds nothing to do.
 
 #include "HostText.h"
 #include "restore/HostStateReader.h"
+#include "restore/Plan.h"
 
 #include <benchmark/benchmark.h>
 #include <sstream>
@@ -40,5 +41,23 @@ void ReadState(State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(ReadState)->Arg(100000)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+void PlanNothing(State& state) {
+    const bench::StateHost host(static_cast<std::size_t>(state.range(0)));
+    const auto read = [&host] {
+        return zfslib::restore::ReadHostState(
+            {"tank"}, [&host](const std::string& command) { return host.Answer(command); });
+    };
+    const zfslib::restore::HostState saved = read();
+    zfslib::restore::LiveState live;
+    live.state = read();
+    for (auto _ : state) {
+        const zfslib::restore::Plan plan = zfslib::restore::MakePlan(saved, live);
+        if (!plan.IsEmpty())
+            state.SkipWithError("equal states differ");
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(PlanNothing)->Arg(100000)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 } // namespace

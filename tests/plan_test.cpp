@@ -314,13 +314,13 @@ TEST(Plan, MountsWhatWasMounted) {
          {"set -u canmount=noauto tank", "set -u canmount=noauto tank/a", "unmount tank/a",
           "inherit mountpoint tank", "inherit -S canmount tank", "inherit -S canmount tank/a",
           "mount tank/a"}},
-        {"shares last; read-only when all is mounted, zoned after that",
+        {"read-only when all is mounted, zoned after that; what is mounted is shared",
          "tank mounted\n mountpoint local /t\n sharenfs local on\n readonly local on\ntank/z\n"
          " zoned local on\n mountpoint local /z\n",
          "tank\n mountpoint local /t\n sharenfs default off\n readonly default off\ntank/z\n"
          " zoned local on\n mountpoint local /y\n",
          {"set zoned=off tank/z", "set -u mountpoint=/z tank/z", "set -u sharenfs=on tank",
-          "mount tank", "set readonly=on tank", "set zoned=on tank/z", "share tank"}},
+          "mount tank", "set readonly=on tank", "set zoned=on tank/z"}},
         {"mounted now, and was not",
          "tank\n mountpoint local /t\n",
          "tank mounted\n mountpoint local /t\n",

@@ -42,6 +42,14 @@ struct DatasetPair {
     /// What the steps so far made of its properties.
     std::map<std::string, PropertyNow, std::less<>> changed;
 
+    /// A property with a turn of its own, as limits and mount points have, is not as it was.
+    bool differs = false;
+
+    /// Whether properties with a turn of their own have to be looked at.
+    [[nodiscard]] bool NeedsTurns() const noexcept {
+        return live == nullptr || differs || !changed.empty();
+    }
+
     [[nodiscard]] bool IsFilesystem() const noexcept {
         return saved->type == DatasetState::Type::Filesystem;
     }

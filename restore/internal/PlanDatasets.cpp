@@ -197,15 +197,17 @@ private:
                         continue;
                 }
             }
-            if (!IsForThisTurn(saved))
+            if (!IsForThisTurn(saved)) {
+                pair.differs = pair.differs || HasOwnTurn(saved.Name());
                 continue;
+            }
             const bool isOwn = KindOf(input_.Tools(), saved.Name()) == PropertyKind::Own;
             steps_.Restore(pair, saved, {isOwn ? Phase::Limits : Phase::Properties});
         }
     }
 
     void RestoreVersion(DatasetPair& pair) {
-        if (pair.live == nullptr)
+        if (pair.live == nullptr || !pair.differs)
             return;
         const PropertyValue* saved = pair.saved->Find("version");
         const PropertyValue* live = pair.live->Find("version");
@@ -244,10 +246,14 @@ private:
     void MentionOthers() {
         const std::vector<DatasetState>& datasets = input_.live.state.datasets;
         std::vector<bool> isKnown(datasets.size());
-        for (const DatasetState& saved : input_.saved.datasets)
-            if (const auto* live =
-                    input_.live.state.FindDataset(input_.options.NewName(saved.name)))
+        for (const DatasetState& saved : input_.saved.datasets) {
+            const DatasetPair* pair = pairs_.Find(saved.name);
+            const DatasetState* live =
+                pair != nullptr ? pair->live
+                                : input_.live.state.FindDataset(input_.options.NewName(saved.name));
+            if (live != nullptr)
                 isKnown[static_cast<std::size_t>(live - datasets.data())] = true;
+        }
         std::string_view top;
         for (std::size_t i = 0; i < datasets.size(); ++i) {
             const std::string_view name = datasets[i].name;

@@ -36,7 +36,7 @@ public:
         for (DatasetPair& pair : all)
             Move(pair, quotas, true);
         for (DatasetPair& pair : all)
-            if (!pair.IsFilesystem())
+            if (!pair.IsFilesystem() && pair.NeedsTurns())
                 Resize(pair);
         for (DatasetPair& pair : all)
             Move(pair, reservations, true);
@@ -47,10 +47,11 @@ public:
 private:
     template <std::size_t count>
     void Move(DatasetPair& pair, const std::string_view (&properties)[count], bool isUp) {
+        if (!pair.NeedsTurns())
+            return;
         for (const std::string_view property : properties) {
             const PropertyValue* saved = pair.saved->Find(property);
-            if (saved == nullptr || (pair.live != nullptr && IsEqual(pair, *saved)) ||
-                (property == "refreservation" && IsThickOnBothSides(pair)))
+            if (saved == nullptr || (property == "refreservation" && IsThickOnBothSides(pair)))
                 continue;
             const PropertyNow now = pair.Now(property);
             const auto from = now.value ? Amount(property, *now.value) : std::nullopt;
@@ -67,13 +68,6 @@ private:
             if (step && isUp)
                 raised_[&pair] = *step;
         }
-    }
-
-    [[nodiscard]] static bool IsEqual(const DatasetPair& pair, const PropertyValue& saved) {
-        const PropertyValue* live = pair.live->Find(saved.Name());
-        return live != nullptr && live->Value() == saved.Value() && live->IsExact() &&
-               saved.IsExact() && pair.changed.find(saved.Name()) == pair.changed.end() &&
-               saved.Received() == live->Received();
     }
 
     [[nodiscard]] static std::optional<std::uint64_t> NumberNow(const DatasetPair& pair,

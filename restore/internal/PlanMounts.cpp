@@ -80,8 +80,9 @@ private:
     void LeaveZones() {
         std::set<const DatasetPair*> moving;
         for (DatasetPair& pair : pairs_.All()) {
-            const bool movesItself = !IsRestored(pair, "mountpoint") ||
-                                     !IsRestored(pair, "sharenfs") || !IsRestored(pair, "sharesmb");
+            const bool movesItself = pair.NeedsTurns() && (!IsRestored(pair, "mountpoint") ||
+                                                           !IsRestored(pair, "sharenfs") ||
+                                                           !IsRestored(pair, "sharesmb"));
             if (!movesItself &&
                 (moving.find(pair.parent) == moving.end() || pair.Now("mountpoint").IsOwn()))
                 continue;
@@ -96,6 +97,8 @@ private:
 
     void RestoreProperties() {
         for (DatasetPair& pair : pairs_.All()) {
+            if (!pair.NeedsTurns())
+                continue;
             const bool wasOwn = pair.Now("mountpoint").IsOwn();
             const auto placed = steps_.Restore(pair, "mountpoint", {Phase::Mountpoints, true});
             if (!placed)
@@ -105,6 +108,8 @@ private:
                 HoldBack(pair.name);
         }
         for (DatasetPair& pair : pairs_.All()) {
+            if (!pair.NeedsTurns())
+                continue;
             steps_.Restore(pair, "canmount", {Phase::Mountpoints, true});
             // What is mounted is shared anew at once.
             const bool isMounted = pair.live != nullptr && pair.live->isMounted;
@@ -190,6 +195,12 @@ private:
     /// Mount points as they are behind the steps, and which file systems have to be unmounted for
     /// them: those that move, and what is mounted below a place where one goes or comes.
     void FindMounts() {
+        const bool isAsItWas =
+            std::none_of(pairs_.All().begin(), pairs_.All().end(), [](const DatasetPair& pair) {
+                return pair.NeedsTurns() || pair.live->isMounted != pair.saved->isMounted;
+            });
+        if (isAsItWas)
+            return;
         for (DatasetPair& pair : pairs_.All()) {
             if (!pair.IsFilesystem())
                 continue;
@@ -339,14 +350,18 @@ private:
 
     void RestoreLast() {
         for (DatasetPair& pair : pairs_.All())
-            if (IsReadOnly(pair))
+            if (pair.NeedsTurns() && IsReadOnly(pair))
                 steps_.Restore(pair, "readonly", {Phase::Mounts});
         for (const char* property : {"zoned", "jailed"})
             for (DatasetPair& pair : pairs_.All())
-                steps_.Restore(pair, property, {Phase::Mounts});
+                if (pair.NeedsTurns())
+                    steps_.Restore(pair, property, {Phase::Mounts});
     }
 
+    /// OpenZFS shares what it mounts, and refuses what is shared.
     void Share() {
+        if (!input_.Tools().version.empty())
+            return;
         for (const Mounting& mounting : mounts_) {
             if (!mounting.mounted || mounting.pair == nullptr)
                 continue;
