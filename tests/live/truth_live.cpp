@@ -143,42 +143,6 @@ void ReadProperties(Truth& truth, const std::string& command, const std::set<std
     }
 }
 
-/// The devices below one of `zpool status -j`, at whatever depth, each with a blank before it.
-std::string MembersOf(const Json& device) {
-    std::string members;
-    if (device.contains("vdevs"))
-        for (const Json& child : device.at("vdevs"))
-            members += " " + child.at("name").get<std::string>() + MembersOf(child);
-    return members;
-}
-
-void ReadDevices(Truth& truth, const std::string& pool) {
-    const Json status = Json::parse(OutputOf("zpool status -j " + pool)).at("pools").at(pool);
-    const auto add = [&](const std::string& section, const Json& devices) {
-        for (const Json& device : devices) {
-            const std::string name = device.at("name"), members = MembersOf(device);
-            std::string type = device.at("vdev_type");
-            if (type == "raidz") // the digit is in the name alone
-                type = name.substr(0, name.find('-'));
-            if (type == "file") {
-                ++truth.limits["a file counts as a disk"];
-                type = "disk";
-            }
-            truth.facts[pool + " " + section + " " + name] =
-                type + ":" + (members.empty() ? " " + name : members);
-        }
-    };
-    add("devices", status.at("vdevs").at(pool).at("vdevs"));
-    for (const auto& [key, section] :
-         {std::pair("logs", "logs"), std::pair("l2cache", "caches"), std::pair("spares", "spares")})
-        if (status.contains(key))
-            add(section, status.at(key));
-    for (const char* unread : {"special", "dedup"})
-        if (status.contains(unread))
-            truth.limits["the sections special and dedup are not read"] +=
-                static_cast<unsigned>(status.at(unread).size());
-}
-
 /// Of `root` with all below it, and of several pools, whose names divides a blank.
 Truth ReadTruth(const std::string& root, const std::string& pools) {
     Truth truth;
@@ -195,8 +159,6 @@ Truth ReadTruth(const std::string& root, const std::string& pools) {
         if (row.at(3) != "-" && row.at(3) != "0" && row.at(3) != "none")
             truth.facts[row[0] + (row[1] == "POSIX User" ? " userquota@" : " groupquota@") +
                         row[2]] = row[3];
-    for (const std::string& pool : util::split(pools))
-        ReadDevices(truth, pool);
     return truth;
 }
 
@@ -242,13 +204,6 @@ Facts FactsOf(const Json& datasets, const Json& pools) {
         add(name + " size", pool.at("rawSize"));
         add(name + " allocated", pool.at("rawAllocated"));
         addProperties(name, pool.at("properties"));
-        for (const char* section : {"devices", "logs", "caches", "metas", "spares"})
-            for (const Json& device : pool.at(section)) {
-                std::string& text = told[name + " " + section + " " + TextOf(device.at("name"))];
-                text = TextOf(device.at("type")) + ":";
-                for (const Json& member : device.at("devices"))
-                    text += " " + TextOf(member);
-            }
     }
     return told;
 }
