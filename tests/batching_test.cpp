@@ -5,7 +5,6 @@
 #include "fakes.h"
 #include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
-#include "zfstools/ZfsDatasetEnumerator.h"
 
 #include <gmock/gmock.h>
 
@@ -304,40 +303,6 @@ TEST_P(HostileHosts, PrefetchingIsNotSeen) {
     EXPECT_GT(ahead, 1000U) << "hardly anything was tried";
 }
 
-TEST(Prefetching, AsksForTheQuotasOfOneFilesystemInTurn) {
-    std::mutex mutex;
-    std::multiset<std::string> inProgress;
-    std::size_t together = 0;
-    const CommandExecutor host = [&](const std::string& command) -> std::string {
-        if (command.find(" list ") != std::string::npos) {
-            std::string names;
-            for (int i = 0; i < 200; ++i)
-                names += "p/f" + util::str(i) + "\t1\t1\t1\n";
-            return names;
-        }
-        const std::string name = command.substr(command.rfind(' ') + 1);
-        const bool isQuota = command.find("space ") != std::string::npos;
-        for (int round = 0; isQuota && round < 100; ++round) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            if (round == 0)
-                inProgress.insert(name);
-            together += inProgress.count(name) > 1 ? 1 : 0;
-            if (round == 99)
-                inProgress.erase(inProgress.find(name));
-        }
-        return "TYPE \n";
-    };
-    for (std::size_t workers = 1; workers <= 8; ++workers) { // with few, the caller asks itself
-        PrefetchingOptions options;
-        options.workers = workers;
-        const CommandExecutor executor = PrefetchingExecutor(host, options);
-        const InstalledExecutor installed(executor);
-        for (int run = 0; run < 3; ++run)
-            ZfsDatasetEnumerator().EnumerateType("p", ZfsDataset::filesystem, executor);
-    }
-    EXPECT_EQ(together, 0U);
-}
-
 INSTANTIATE_TEST_SUITE_P(, HostileHosts, testing::Values(1, 2, 3, 4));
 
 TEST(Batching, FallsBackFromAnyUnusableAnswer) {
@@ -483,6 +448,28 @@ PrefetchingOptions Workers(std::size_t count, std::size_t namesPerCommand = 256)
     options.workers = count;
     options.batching.namesPerCommand = namesPerCommand;
     return options;
+}
+
+TEST(Prefetching, AsksForTheQuotasOfOneFilesystemInTurn) {
+    FakeHost host(200);
+    std::map<std::string, std::atomic<int>> inProgress;
+    for (const std::string& name : host.names)
+        inProgress[name] = 0;
+    std::atomic<int> together{0};
+    const CommandExecutor run = [&](const std::string& command) -> std::string {
+        if (command.find("space ") == std::string::npos)
+            return host.Answer(command);
+        std::atomic<int>& ofThisOne = inProgress.at(command.substr(command.rfind(' ') + 1));
+        together += ++ofThisOne > 1 ? 1 : 0;
+        for (int i = 0; i < 5; ++i)
+            std::this_thread::yield();
+        --ofThisOne;
+        return "TYPE \n";
+    };
+    for (std::size_t workers = 1; workers <= 8; ++workers) // with few, the caller asks itself
+        for (int round = 0; round < 3; ++round)
+            Enumerate(PrefetchingExecutor(run, Workers(workers)), host);
+    EXPECT_EQ(together, 0);
 }
 
 TEST(Prefetching, RecordingsAreTheSameWhateverTheNumberOfWorkers) {

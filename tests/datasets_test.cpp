@@ -103,19 +103,6 @@ TEST(ZfsProperties, EveryMemberIsVisitedInOrder) {
                   std::is_nothrow_move_assignable_v<ZfsDataset>);
 }
 
-TEST(ZfsDataset, Moves) {
-    ZfsDataset dataset;
-    dataset.name = "a";
-    dataset.properties.quota.Set("a quota too long for the small string buffer");
-    const char* text = dataset.properties.quota.GetText().data();
-    ZfsDataset moved = std::move(dataset);
-    EXPECT_EQ(dataset.name, ""); // NOLINT(bugprone-use-after-move)
-    EXPECT_EQ(moved.properties.quota.GetText().data(), text) << "moved, not copied";
-    dataset = std::move(moved);
-    EXPECT_EQ(moved.name + dataset.name, "a"); // NOLINT(bugprone-use-after-move)
-    EXPECT_EQ(dataset.properties.quota.GetText().data(), text);
-}
-
 TEST(ZfsDataset, GetRows) {
     const std::pair<const char*, const char*> rows[] = {
         {"", ":old:old:old"},

@@ -195,7 +195,7 @@ TEST(Embedding, LooksEachUserUpOncePerEnumeration) {
               ErrorOf([&] { std::rethrow_exception(failure.cause); }));
 }
 
-TEST(Embedding, RecordsStayWhenMovedIntoThemselves) {
+TEST(Embedding, RecordsMoveAlsoIntoThemselves) {
     Zpool pool;
     pool.name = "a name that does not fit into the string itself";
     pool.devices.resize(2);
@@ -203,15 +203,18 @@ TEST(Embedding, RecordsStayWhenMovedIntoThemselves) {
     pool = std::move(samePool);
     EXPECT_EQ(2, pool.devices.size());
     EXPECT_EQ("a name that does not fit into the string itself", pool.name);
-    ZfsProperties properties;
-    properties.copies.Set("2");
-    properties.userProperties.emplace_back("a:b", "");
-    ZfsProperties& sameProperties = properties;
-    properties = std::move(sameProperties);
-    EXPECT_EQ("2", properties.copies.GetText());
-    EXPECT_EQ(1, properties.userProperties.size());
-    ZfsProperties other;
-    other = std::move(properties);
-    EXPECT_EQ("2", other.copies.GetText());
-    EXPECT_EQ(1, other.userProperties.size());
+    ZfsDataset dataset;
+    dataset.name = "a";
+    dataset.properties.quota.Set("a quota too long for the small string buffer");
+    dataset.properties.userProperties.emplace_back("a:b", "");
+    const char* text = dataset.properties.quota.GetText().data();
+    ZfsDataset moved = std::move(dataset);
+    EXPECT_EQ("", dataset.name); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(text, moved.properties.quota.GetText().data()) << "moved, not copied";
+    ZfsProperties& sameProperties = moved.properties;
+    moved.properties = std::move(sameProperties);
+    dataset = std::move(moved);
+    EXPECT_EQ("a", moved.name + dataset.name); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(text, dataset.properties.quota.GetText().data());
+    EXPECT_EQ(1, dataset.properties.userProperties.size());
 }

@@ -144,12 +144,6 @@ TEST(Zpool, RecordsHaveTheirMembersInOrder) {
 
 TEST(PoolStatus, Layouts) {
     const std::pair<std::string, const char*> rows[] = {
-        {"  pool: tank\n state: ONLINE\nconfig:\n"
-         "        NAME STATE READ WRITE CKSUM\n        tank ONLINE 0 0 0\n"
-         "          mirror-0 ONLINE 0 0 0\n            c1t0d0 ONLINE 0 0 0\n"
-         "            c1t1d0 ONLINE 0 0 0\n        logs\t\n          c1t2d0 ONLINE 0 0 0\n"
-         "errors: No known data errors\n",
-         "ONLINE mirror-0[mirror: c1t0d0 c1t1d0] logs c1t2d0[disk: c1t2d0] caches  metas  spares "},
         {"no table at all\n", "UNAVAIL  logs  caches  metas  spares "},
         // What stands in front of the first known line is no device.
         {"a\nb\n" + Table("    c\n"), "UNAVAIL c[disk: c] logs  caches  metas  spares "},

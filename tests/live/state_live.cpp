@@ -20,9 +20,7 @@ class State : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         host = std::make_unique<live::Host>();
-        pool = host->MakePool("state", "raidz1" + host->Disks(3) + " special mirror" +
-                                           host->Disks(2) + " log" + host->Disks(1));
-        OutputOf("zpool add -f -o ashift=13 " + pool + " mirror" + host->Disks(2));
+        pool = host->MakePool("state", host->Disks(1));
         other = host->MakePool("other", host->Disks(1));
         const std::string a = pool + "/a";
         const std::string row = "\t-\tlocal\n" + pool + "/b\tquota\t1\t-\tlocal";
@@ -35,10 +33,7 @@ protected:
               std::string("u:newline=\n"), std::string("u:tab=\t"), std::string("u:dash=-"),
               "u:long=" + std::string(8191, 'x'), "mountpoint=/x" + row, "u:forged=x" + row})
             OutputOf("zfs set -u " + Quoted(value) + " " + a);
-        OutputOf("zfs set userquota@1000=12345678 userobjquota@1001=17 projectquota@7=1g " + pool +
-                 "/b && zfs allow -u 4242 send " + pool + "/b");
-        OutputOf("zfs snapshot " + a + "@s && zfs set " + Quoted("u:own=a\tb\nc") + " " + a +
-                 "@s && zfs hold " + Quoted("of two words") + " " + a + "@s");
+        OutputOf("zfs snapshot " + a + "@s && zfs set " + Quoted("u:own=a\tb\nc") + " " + a + "@s");
         OutputOf("zfs send -p " + a + "@s | zfs receive -u " + other + "/got && zfs set u:dash=1 " +
                  other + "/got && zfs inherit mountpoint " + other + "/got");
     }
@@ -83,34 +78,6 @@ TEST_F(State, IsWhatTheToolsSayOfEachValueAlone) {
             EXPECT_EQ("inherited from " + property->InheritedFrom(), row[2]);
         }
     }
-}
-
-TEST_F(State, HasWhatIsNoProperty) {
-    const HostState state = ReadHostState({pool}, live::HostExecutor());
-    std::vector<std::string> quotas;
-    for (const Quota& quota : state.FindDataset(pool + "/b")->quotas)
-        quotas.push_back(quota.PropertyName() + "=" + util::str(quota.limit));
-    EXPECT_THAT(quotas,
-                testing::UnorderedElementsAre("userquota@1000=12345678", "userobjquota@1001=17",
-                                              "projectquota@7=1073741824"));
-    EXPECT_THAT(std::string(state.FindDataset(pool + "/b")->permissions),
-                testing::HasSubstr("\tuser (unknown: 4242) send\n"));
-    EXPECT_EQ(state.FindDataset(pool)->permissions, "");
-
-    const SnapshotState* snapshot = state.FindSnapshot(pool + "/a@s");
-    ASSERT_NE(snapshot, nullptr);
-    EXPECT_THAT(snapshot->holds, testing::ElementsAre("of two words"));
-    ASSERT_EQ(snapshot->userProperties.size(), 1U);
-    EXPECT_EQ(snapshot->userProperties[0].Value(), "a\tb\nc");
-
-    ASSERT_EQ(state.pools.size(), 1U);
-    std::vector<std::string> devices;
-    for (const Device& device : state.pools[0].devices)
-        devices.push_back(device.word + " " + util::str(static_cast<int>(device.use)) + " " +
-                          util::str(device.ashift.value_or(0)) + " " +
-                          util::str(device.children.size()));
-    EXPECT_THAT(devices,
-                testing::ElementsAre("raidz1 0 9 3", "mirror 0 13 2", "mirror 1 9 2", " 3 9 0"));
 }
 
 TEST_F(State, IsSavedAsARecording) {
