@@ -4,6 +4,7 @@
 #include "util/str.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zfslib::restore::internal {
 namespace {
@@ -35,14 +36,36 @@ std::string TypeText(DatasetState::Type type) {
 
 } // namespace
 
+bool IsOwn(const PropertyValue& value) noexcept {
+    return value.Source() == PropertySource::Local || value.Source() == PropertySource::Received;
+}
+
 PropertyNow DatasetPair::Now(std::string_view property) const {
     if (const auto made = changed.find(property); made != changed.end())
         return made->second;
     const PropertyValue* shown = live == nullptr ? nullptr : live->Find(property);
-    if (shown != nullptr)
-        return NowOf(*shown);
+    if (shown != nullptr) {
+        PropertyNow now = NowOf(*shown);
+        const bool isFromAbove =
+            now.source == PropertySource::Inherited || now.source == PropertySource::Default;
+        if (isFromAbove && parent != nullptr && parent->HandsDownOther(property)) {
+            std::optional<std::string> received = std::move(now.received);
+            now = NowFromAbove(property);
+            now.received = std::move(received);
+        }
+        return now;
+    }
     return KindOf(*tools, property) == PropertyKind::Inheritable ? NowFromAbove(property)
                                                                  : PropertyNow();
+}
+
+bool DatasetPair::HandsDownOther(std::string_view property) const {
+    if (changed.find(property) != changed.end())
+        return true;
+    const PropertyValue* shown = live == nullptr ? nullptr : live->Find(property);
+    if (shown != nullptr && IsOwn(*shown))
+        return false;
+    return parent != nullptr && parent->HandsDownOther(property);
 }
 
 PropertyNow DatasetPair::NowFromAbove(std::string_view property) const {

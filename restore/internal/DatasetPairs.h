@@ -28,6 +28,9 @@ struct PropertyNow {
     }
 };
 
+/// Whether a value is set on the dataset itself.
+[[nodiscard]] bool IsOwn(const PropertyValue& value) noexcept;
+
 /// A saved dataset, and what is live of it.
 struct DatasetPair {
     const ToolsState* tools = nullptr; ///< the live ones
@@ -58,6 +61,8 @@ struct DatasetPair {
     [[nodiscard]] PropertyNow Now(std::string_view property) const;
     /// What it has, or would have, from the dataset above.
     [[nodiscard]] PropertyNow NowFromAbove(std::string_view property) const;
+    /// Whether a step changes what those below inherit from here.
+    [[nodiscard]] bool HandsDownOther(std::string_view property) const;
     /// The encryption of the dataset above: "off" where there is none.
     [[nodiscard]] std::string CipherAbove() const;
 };

@@ -8,7 +8,9 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 
 namespace zfslib::restore::internal {
 namespace {
@@ -59,6 +61,9 @@ private:
             // What is not known, here or there, has its turn when reservations go up.
             const bool goesUp = !from || !to || *to > *from;
             if (goesUp != isUp)
+                continue;
+            const bool isFirst = restored_.emplace(&pair, property).second;
+            if (!isFirst && from && from == to)
                 continue;
             const auto step = steps_.Restore(pair, *saved, {Phase::Limits});
             if (step && isUp && &properties == &reservations)
@@ -137,6 +142,7 @@ private:
     PropertySteps& steps_;
     PlanDraft& draft_;
     std::map<const DatasetPair*, PlanDraft::StepId> raised_;
+    std::set<std::pair<const DatasetPair*, std::string_view>> restored_;
 };
 
 } // namespace

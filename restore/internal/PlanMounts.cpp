@@ -169,11 +169,6 @@ private:
                        "is not to be mounted by the way");
     }
 
-    static bool IsOwn(const PropertyValue& value) {
-        return value.Source() == PropertySource::Local ||
-               value.Source() == PropertySource::Received;
-    }
-
     static Step CanmountStep(std::string_view name, const char* was, const char* willBe,
                              Phase phase) {
         Step step;
