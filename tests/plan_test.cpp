@@ -47,6 +47,7 @@ PropertySource SourceOf(std::string_view word) {
                                  : PropertySource::None;
 }
 
+/// "altroot PATH" of the pool;
 /// "NAME [volume] [mounted] [key:ROOT] [doubt]" for a dataset, and behind it, indented,
 /// "PROPERTY SOURCE VALUE [RECEIVED]", "allow LINE" and "userquota@1 5". A snapshot holds
 /// "hold TAG". "~" stands for a blank.
@@ -55,6 +56,10 @@ HostState State(std::string_view text) {
     const auto texts = std::make_shared<StateTexts>();
     state.tools = Tools();
     state.roots = {"tank"};
+    PoolState& pool = state.pools.emplace_back();
+    pool.name = "tank";
+    pool.guid = "7";
+    pool.health = "ONLINE";
     std::string permissions;
     while (!text.empty()) {
         const std::string_view line = util::ConsumeLine(text);
@@ -65,7 +70,9 @@ HostState State(std::string_view text) {
         if (words.empty())
             continue;
         const bool isIndented = line.front() == ' ';
-        if (!isIndented && words[0].find('@') != std::string::npos) {
+        if (!isIndented && words[0] == "altroot") {
+            pool.altroot = texts->Keep(words[1]);
+        } else if (!isIndented && words[0].find('@') != std::string::npos) {
             state.snapshots.emplace_back().name = texts->Keep(words[0]);
         } else if (!isIndented) {
             DatasetState& dataset = state.datasets.emplace_back();
@@ -109,10 +116,6 @@ HostState State(std::string_view text) {
                 state.datasets.back().properties.push_back(value);
         }
     }
-    PoolState& pool = state.pools.emplace_back();
-    pool.name = "tank";
-    pool.guid = "7";
-    pool.health = "ONLINE";
     state.texts = texts;
     return state;
 }
@@ -326,6 +329,10 @@ TEST(Plan, MountsWhatWasMounted) {
          " zoned local on\n mountpoint local /y\n",
          {"set zoned=off tank/z", "set -u mountpoint=/z tank/z", "set -u sharenfs=on tank",
           "mount tank", "set readonly=on tank", "set zoned=on tank/z"}},
+        {"places without the altroot",
+         "altroot /a\ntank mounted\n mountpoint local /a\ntank/b mounted\n mountpoint local /a/b\n",
+         "altroot /x\ntank mounted\n mountpoint local /x\ntank/b mounted\n mountpoint local /x/c\n",
+         {"unmount tank/b", "set -u mountpoint=/b tank/b", "mount tank/b"}},
         {"mounted now, and was not",
          "tank\n mountpoint local /t\n",
          "tank mounted\n mountpoint local /t\n",

@@ -81,6 +81,18 @@ std::string_view WordToSet(std::string_view property, std::string_view printed,
     return printed;
 }
 
+std::optional<std::string> TextOnceSet(std::string_view property, std::string_view printed,
+                                       const ToolsState& saved, const ToolsState& live) {
+    const std::string_view canonical = Canonical(property, printed, saved);
+    if (IsNoneWhenZero(property))
+        return std::string(canonical == "none" ? "0" : printed);
+    if (IsLimit(property))
+        return std::string(canonical);
+    if (property == "xattr" && canonical != Canonical(property, printed, live))
+        return std::nullopt;
+    return std::string(printed);
+}
+
 std::string_view KnownDefault(std::string_view property) {
     if (IsNoneWhenZero(property) || IsLimit(property))
         return "none";
