@@ -206,8 +206,11 @@ private:
             if (std::find(livePools.begin(), livePools.end(), pool.name) != livePools.end())
                 continue;
             const std::string& system = state_.tools.system;
-            if (words.empty())
+            if (words.empty()) {
                 internal::AddImportablePools({}, commands_, live.importablePools);
+                if (TakesOption(state_.tools.zpoolUsage, "create", 'd'))
+                    live.features = internal::ReadFeatures(commands_);
+            }
             const internal::PoolLayout asSaved = internal::LayoutOf(*pool.saved, {}, system);
             if (const auto folders = internal::FoldersOf(asSaved); !folders.empty())
                 internal::AddImportablePools(folders, commands_, live.importablePools);

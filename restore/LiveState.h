@@ -44,6 +44,9 @@ struct LiveState {
     std::vector<ImportablePool> importablePools;
     /// Those that pools have to be made of. Read only where a pool is missing.
     std::vector<DiskState> disks;
+    /// The features that the live tools know, without "feature@". Read only where a pool is
+    /// missing, and empty where the tools do not tell.
+    std::vector<std::string> features;
     /// Of the snapshots that the saved state tells of, those that exist, sorted.
     std::vector<std::string> snapshots;
 };

@@ -32,6 +32,7 @@ Plan MakePlan(const HostState& saved, const LiveState& live, const PlanOptions& 
     internal::PlanDraft draft;
     internal::PlanPools(input, draft);
     internal::PlanDatasets(input, draft);
+    internal::PlanPoolsLast(input, draft);
     return std::move(draft).Finish();
 }
 

@@ -9,7 +9,10 @@
 
 #include <gmock/gmock.h>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -97,6 +100,297 @@ TEST_F(LiveHost, IsSearchedForWhatAMissingPoolIsMadeOf) {
                  (disk.isOnlySpare ? "|spare\n" : "|\n");
     EXPECT_EQ(disks, "c9t0d0|missing||\nc1t1d0s0|there||\nc2t0d0|there|other|\n"
                      "c3t0d0|there|other|spare\n");
+}
+
+Device Leaf(const std::string& name, const std::string& deviceId = "") {
+    Device device;
+    device.name = name;
+    device.path = "/dev/" + name + "1";
+    device.isWholeDisk = true;
+    device.deviceId = deviceId;
+    if (name.front() == '/') {
+        device.kind = Device::Kind::File;
+        device.path = name;
+        device.isWholeDisk.reset();
+    }
+    return device;
+}
+
+Device Top(Device::Use use, Device device, std::optional<unsigned> ashift = 12) {
+    device.use = use;
+    if (use != Device::Use::Cache && use != Device::Use::Spare)
+        device.ashift = ashift;
+    return device;
+}
+
+Device Group(Device::Kind kind, const std::string& word, std::vector<Device> children) {
+    Device device;
+    device.kind = kind;
+    device.name = word + "-0";
+    if (kind != Device::Kind::Replacing && kind != Device::Kind::Spare)
+        device.word = word;
+    device.children = std::move(children);
+    return device;
+}
+
+constexpr auto normal = Device::Use::Normal;
+constexpr auto mirror = Device::Kind::Mirror;
+
+/// A pair of pools under the name "p", of which the live one may be missing.
+class PoolPair {
+public:
+    PoolPair() {
+        for (ToolsState* tools : {&saved.tools, &live.state.tools}) {
+            tools->system = "Linux";
+            tools->version = "zfs-2.3.9-1";
+            tools->zpoolUsage["create"] = "[-fnd] <pool> <vdev> ...";
+            for (const char* name : {"ashift", "autotrim", "bootfs", "comment", "compatibility",
+                                     "dedup_table_quota", "failmode", "version", "feature@..."})
+                tools->poolProperties[name].isEditable = true;
+        }
+        saved.roots = {"p"};
+        saved.texts = live.state.texts = texts;
+        saved.datasets.emplace_back().name = "p";
+    }
+
+    /// "failmode=wait": nobody set it; "failmode:=wait": somebody did.
+    void Add(HostState& state, const std::vector<std::string>& properties,
+             std::vector<Device> devices) {
+        PoolState& pool = state.pools.emplace_back();
+        pool.name = "p";
+        pool.guid = "1";
+        pool.health = "ONLINE";
+        pool.devices = std::move(devices);
+        for (const std::string& property : properties) {
+            const std::size_t equals = property.find('=');
+            const bool isLocal = property[equals - 1] == ':';
+            pool.properties.push_back(texts->Make(
+                property.substr(0, equals - (isLocal ? 1 : 0)), property.substr(equals + 1),
+                std::nullopt,
+                texts->Origin(isLocal ? PropertySource::Local : PropertySource::Default)));
+        }
+    }
+
+    void Disks(const std::vector<std::string>& paths) {
+        for (const std::string& path : paths) {
+            DiskState& disk = live.disks.emplace_back();
+            disk.path = path;
+            disk.isThere = true;
+        }
+    }
+
+    /// What concerns pools, but for their numbers: commands, "! " and what cannot be done, ": " and
+    /// what is said.
+    [[nodiscard]] std::string Plan(const PlanOptions& options = {}) const {
+        std::string text;
+        const zfslib::restore::Plan plan = MakePlan(saved, live, options);
+        for (const Step& step : plan.steps) {
+            if (step.words.front() != "zpool")
+                continue;
+            for (const std::string& word : step.words)
+                text += word + (&word == &step.words.back() ? "\n" : " ");
+        }
+        for (const Cannot& cannot : plan.cannot)
+            if (cannot.object == "p" && cannot.property != "guid")
+                text += "! " + cannot.property + ": " + cannot.reason + "\n";
+        for (const Mention& mention : plan.mentioned)
+            text += ": " + mention.text + "\n";
+        return text;
+    }
+
+    const std::shared_ptr<StateTexts> texts = std::make_shared<StateTexts>();
+    HostState saved;
+    LiveState live;
+};
+
+TEST(PoolPlan, OfALivePoolSetsWhatDiffers) {
+    const std::string blake = "feature@blake3=";
+    struct Row {
+        std::vector<std::string> saved, live;
+        std::string expected;
+    };
+    for (const Row& row : std::vector<Row>{
+             {{"failmode:=wait"}, {"failmode=wait"}, ""},
+             {{"failmode=wait"}, {"failmode:=panic"}, "zpool set failmode=wait p\n"},
+             {{"failmode=wait"},
+              {"failmode=panic"},
+              "! failmode: nobody set it, and the live tools have another default\n"},
+             {{"failmode:=panic"}, {"failmode=wait"}, "zpool set failmode=panic p\n"},
+             {{"comment=-"}, {"comment:="}, ""},
+             {{"comment=-"}, {"comment:=x"}, "zpool set comment= p\n"},
+             {{"dedup_table_quota:=0"},
+              {"dedup_table_quota=auto"},
+              "zpool set dedup_table_quota=none p\n"},
+             {{"newer:=on"}, {}, ""}, // not of the tools it was saved with, either
+             {{"u:a:=x y"}, {"u:b:=z"}, "zpool set u:a=x y p\nzpool set u:b= p\n"},
+             {{"u:a=-"}, {}, ""},
+             {{blake + "active"}, {blake + "enabled"}, ""},
+             {{blake + "active"}, {blake + "disabled"}, "zpool set feature@blake3=enabled p\n"},
+             {{blake + "active"},
+              {},
+              "! feature@blake3: the live tools do not know this feature\n"},
+             {{blake + "disabled"},
+              {blake + "active"},
+              ": has features that were not enabled, and stay: blake3\n"},
+             {{blake + "active", "compatibility:=off"},
+              {blake + "disabled", "compatibility:=legacy"},
+              "zpool set compatibility=off p\nzpool set feature@blake3=enabled p\n"},
+             {{"compatibility:=legacy", blake + "active"},
+              {blake + "disabled", "compatibility=off"},
+              "zpool set feature@blake3=enabled p\nzpool set compatibility=legacy p\n"},
+             {{"version:=30"}, {"version:=28"}, "zpool set version=30 p\n"},
+             {{"version:=9"}, {"version=-"}, "! version: the version of a pool never goes down\n"},
+             {{"version=-", blake + "active"},
+              {"version:=28", blake + "disabled"},
+              "zpool set feature@blake3=enabled p\n"},
+             {{"bootfs:=p"}, {"bootfs=-"}, "zpool set bootfs=p p\n"},
+             {{"bootfs:=p/no"}, {}, "! bootfs: this dataset is not there, nor made\n"},
+             {{"autotrim:=on", "failmode:=panic"},
+              {"autotrim=off", "failmode=wait"},
+              "zpool set failmode=panic p\nzpool set autotrim=on p\n"},
+         }) {
+        PoolPair pair;
+        pair.live.state.datasets.emplace_back().name = "p";
+        pair.Add(pair.saved, row.saved, {Top(normal, Leaf("sda"))});
+        pair.Add(pair.live.state, row.live, {Top(normal, Leaf("sda"))});
+        EXPECT_EQ(pair.Plan(), row.expected) << testing::PrintToString(row.saved);
+    }
+}
+
+TEST(PoolPlan, LeavesDevicesAsTheyAre) {
+    PoolPair pair;
+    Device savedPair =
+        Top(normal, Group(mirror, "mirror", {Leaf("sda", "id-a-part1"), Leaf("sdb")}));
+    Device livePair =
+        Top(normal, Group(mirror, "mirror", {Leaf("sdb"), Leaf("sdx", "id-a-part1")}), 9);
+    const auto set = [&](const char* name, const char* value) {
+        return pair.texts->Make(name, value, std::nullopt,
+                                pair.texts->Origin(PropertySource::Local));
+    };
+    savedPair.properties = {set("u:a", "1"), set("u:a", "1")};
+    livePair.children[1].properties = {set("checksum_n", "5"), set("parity", "1")};
+    pair.live.state.datasets.emplace_back().name = "p";
+    pair.Add(pair.saved, {},
+             {savedPair, Top(normal, Leaf("sdc")), Top(Device::Use::Spare, Leaf("sdd")),
+              Top(Device::Use::Cache, Leaf("sdf"))});
+    pair.Add(pair.live.state, {},
+             {livePair, Top(normal, Leaf("sde")), Top(normal, Leaf("sdg")),
+              Top(Device::Use::Cache, Leaf("sdh"))});
+    EXPECT_EQ(pair.Plan({{}, {}, {{"sdf", "sdh"}}}),
+              "zpool set u:a=1 p mirror-0\n"
+              "zpool set checksum_n=none p sdx\n"
+              "! ashift of mirror-0: a device keeps the sector size it was made with\n"
+              "! parity of sdx: nobody had set it, and no command is known that leads back\n"
+              "! sdc: the devices of a pool that is there are left as they are\n"
+              "! sdd: the devices of a pool that is there are left as they are\n"
+              ": has a device that was not saved: sdg\n");
+    pair.live.state.pools[0].health = "SUSPENDED";
+    EXPECT_EQ(pair.Plan(), "! : nothing can be done with a pool in this state\n"
+                           ": 1 dataset waits for it: make the plan again when it is there\n");
+}
+
+TEST(PoolPlan, MakesAPoolAsItWas) {
+    PoolPair pair;
+    Device replaced = Group(Device::Kind::Replacing, "replacing", {Leaf("sdx"), Leaf("sdb")});
+    Device spare = Leaf("draid1-0-0");
+    spare.kind = Device::Kind::Other;
+    Device wide = Top(normal, Group(mirror, "mirror", {Leaf("sde"), Leaf("sdf")}), 12);
+    const auto set = [&](const char* name, const char* value) {
+        return pair.texts->Make(name, value, std::nullopt,
+                                pair.texts->Origin(PropertySource::Local));
+    };
+    wide.properties = {set("u:a", "1")};
+    pair.Add(pair.saved,
+             {"feature@lz4_compress=active", "feature@new=enabled", "feature@old=disabled",
+              "ashift=0", "comment:=a b", "failmode=wait", "autotrim:=on", "u:n:=x", "bootfs:=p",
+              "compatibility:=legacy"},
+             {Top(normal, Group(mirror, "mirror", {Leaf("sda", "id-a-part1"), replaced}), 9), wide,
+              Top(normal, Group(Device::Kind::Raidz, "raidz2", {Leaf("/f/1"), Leaf("/f/2")})),
+              Top(Device::Use::Spare, Leaf("sdg")), Top(Device::Use::Spare, spare),
+              Top(Device::Use::Log, Leaf("sdh"), 9)});
+    pair.live.features = {"lz4_compress", "old"};
+    pair.Disks(
+        {"/dev/disk/by-id/id-a", "/dev/newb", "/dev/sde", "/dev/sdf", "/f/1", "/f/2", "/dev/sdh"});
+    const PlanOptions options = {{}, {}, {{"sdb", "/dev/newb"}}};
+    EXPECT_EQ(
+        pair.Plan(options),
+        "zpool create -d -o feature@lz4_compress=enabled -o comment=a b -o ashift=9 -m none p "
+        "mirror /dev/disk/by-id/id-a /dev/newb\n"
+        "zpool add --allow-ashift-mismatch -o ashift=12 p mirror /dev/sde /dev/sdf\n"
+        "zpool add --allow-ashift-mismatch --allow-replication-mismatch -o ashift=12 p"
+        " raidz2 /f/1 /f/2\n"
+        "zpool add --allow-ashift-mismatch -o ashift=9 p log /dev/sdh\n"
+        "zpool set compatibility=legacy p\nzpool set u:n=x p\nzpool set ashift=0 p\n"
+        "zpool set u:a=1 p mirror-1\nzpool set autotrim=on p\nzpool set bootfs=p p\n"
+        "! sdg: the pool is made without it: sdg (/dev/sdg) is not there, --disk 'sdg=NEW' names"
+        " another\n"
+        "! feature@new: the live tools do not know this feature\n");
+    EXPECT_THROW((void)pair.Plan({{}, {}, {{"sdz", "/dev/newb"}}}), std::runtime_error);
+    const Plan whole = MakePlan(pair.saved, pair.live, options);
+    EXPECT_EQ(whole.steps[0].diskWords.size(), 2U);
+    EXPECT_EQ(whole.steps[0].words[whole.steps[0].diskWords[1]], "/dev/newb");
+    EXPECT_THAT(whole.steps[4].needs, testing::Contains(3U)); // all of the pool is there
+
+    pair.live.disks[2].usedBy = "q";
+    EXPECT_EQ(pair.Plan(), "! sdg: the pool is made without it: sdg (/dev/sdg) is not there, --disk"
+                           " 'sdg=NEW' names another\n"
+                           "! : its disks cannot all be had: sdb (/dev/sdb) is not there, --disk"
+                           " 'sdb=NEW' names another; sde (/dev/sde) is used by the pool q, --disk"
+                           " 'sde=NEW' names another\n"
+                           ": 1 dataset waits for it: make the plan again when it is there\n");
+
+    const std::string waits = ": 1 dataset waits for it: make the plan again when it is there\n";
+    pair.live.importablePools = {{"p", "2", "ONLINE", "", {}}, {"x", "1", "FAULTED", "Buy.", {}}};
+    const std::string other =
+        ": a pool that could be imported says that it is p, but is not the one"
+        " that was saved (2, saved: 1)\n";
+    EXPECT_EQ(pair.Plan(), "! : the saved pool is there but cannot be imported as it is, and is not"
+                           " made anew in its place; the tool says: Buy.\n" +
+                               other + waits);
+    pair.live.importablePools.push_back({"x", "1", "DEGRADED", "", {"/f"}});
+    EXPECT_EQ(pair.Plan(), "zpool import -d /f -N 1 p\n" + other + waits);
+}
+
+TEST(PoolPlan, MakesOnlyWhatTheToolsTake) {
+    const auto planOf = [](std::vector<Device> devices, const std::string& version) {
+        PoolPair pair;
+        pair.live.state.tools.version = version;
+        pair.Add(pair.saved, {"version=-"}, std::move(devices));
+        for (const char* name : {"a", "b", "c", "d", "e"})
+            pair.Disks({std::string("/dev/sd") + name, std::string("/f/") + name});
+        return pair.Plan();
+    };
+    const std::string old = "zfs-2.2.0";
+    const Device two = Top(normal, Group(mirror, "mirror", {Leaf("sda"), Leaf("sdb")}));
+    const Device lone = Top(normal, Leaf("sdc"));
+    const auto raid = [](const char* word) {
+        return Top(normal, Group(Device::Kind::Raidz, word, {Leaf("/f/a"), Leaf("/f/b")}));
+    };
+    EXPECT_THAT(planOf({two, raid("raidz1")}, old), HasSubstr("/dev/sdb raidz1 /f/a /f/b\n"));
+    EXPECT_THAT(planOf({two, raid("raidz2")}, old),
+                HasSubstr("zpool create -f -d -o ashift=12 -m none p mirror /dev/sda"));
+    EXPECT_THAT(planOf({two, lone}, old), HasSubstr("! : its devices differ in redundancy"));
+    EXPECT_THAT(planOf({two, lone}, "zfs-2.3.0"),
+                HasSubstr("zpool add --allow-replication-mismatch -o ashift=12 p /dev/sdc\n"));
+    EXPECT_THAT(planOf({two, Top(normal, Leaf("sdc"), 9)}, old),
+                HasSubstr("! : its devices differ"));
+    EXPECT_THAT(planOf({lone, Top(normal, Leaf("sda"), 9)}, old),
+                HasSubstr("zpool add -o ashift=9 p /dev/sda\n"));
+    EXPECT_THAT(planOf({Top(normal, Group(mirror, "mirror", {Leaf("sda"), Leaf("/f/b")}))}, ""),
+                HasSubstr("! : its devices differ"));
+    EXPECT_THAT(
+        planOf({two, Top(Device::Use::Log, Group(mirror, "mirror", {Leaf("/f/a"), Leaf("/f/b")})),
+                Top(Device::Use::Log, Leaf("sdc")), Top(Device::Use::Special, Leaf("sdd"))},
+               "zfs-2.3.0"),
+        HasSubstr("zpool add --allow-replication-mismatch -o ashift=12 p special /dev/sdd"
+                  " log mirror /f/a /f/b\n"
+                  "zpool add -o ashift=12 p log /dev/sdc\n"));
+    EXPECT_THAT(planOf({Top(normal, Group(Device::Kind::Draid, "draid1:1d:2c:0s",
+                                          {Leaf("sda"), Leaf("sdb")}))},
+                       old),
+                HasSubstr("! : it has a draid"));
+    EXPECT_THAT(planOf({lone, Top(Device::Use::Meta, Leaf("sda"))}, old), HasSubstr("! : nobody"));
+    EXPECT_THAT(planOf({lone, lone}, old), HasSubstr("is to be used twice"));
 }
 
 } // namespace

@@ -9,4 +9,8 @@ namespace zfslib::restore::internal {
 /// be planned are left out.
 void PlanPools(const PlanInput& input, PlanDraft& draft);
 
+/// Adds what pools get when the datasets are planned: `bootfs`, which needs one, and what acts upon
+/// the devices by itself.
+void PlanPoolsLast(const PlanInput& input, PlanDraft& draft);
+
 } // namespace zfslib::restore::internal

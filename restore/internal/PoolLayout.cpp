@@ -47,7 +47,7 @@ LayoutDisk DiskOf(const Device& device, const PlanOptions& options, std::string_
     for (const std::string& name : {device.name, device.path, given, device.deviceId})
         if (const auto named = options.disks.find(name);
             !name.empty() && named != options.disks.end()) {
-            disk.isNamed = true;
+            disk.namedBy = name;
             disk.word = named->second;
             // Solaris finds its disks by their short names alone.
             if (system != "SunOS" && !disk.word.empty() && disk.word.front() != '/')
@@ -108,7 +108,8 @@ PoolLayout LayoutOf(const PoolState& pool, const PlanOptions& options, std::stri
         if (device.kind == Kind::Other && device.children.empty())
             continue;
         LayoutGroup group;
-        group.device = &top;
+        group.device = &device;
+        group.ashift = top.ashift;
         group.name = device.name;
         group.word = device.word;
         group.use = top.use;

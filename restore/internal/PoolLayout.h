@@ -16,16 +16,17 @@ struct LayoutDisk {
     const Device* device = nullptr;
     /// What `zpool create` takes; empty when nobody can tell.
     std::string word;
-    bool isNamed = false;   ///< the options name it
+    std::string namedBy;    ///< the name under which the options have it; empty when they do not
     std::string whatToName; ///< the saved name that the options may give another for
 };
 
 /// A top-level device.
 struct LayoutGroup {
     const Device* device = nullptr;
-    std::string name;              ///< "mirror-0", "sda": as the tool called it
-    std::string word;              ///< "mirror", "raidz2"; empty for a disk or file alone
-    std::vector<LayoutDisk> disks; ///< in order
+    std::optional<unsigned> ashift; ///< as Device has it
+    std::string name;               ///< "mirror-0", "sda": as the tool called it
+    std::string word;               ///< "mirror", "raidz2"; empty for a disk or file alone
+    std::vector<LayoutDisk> disks;  ///< in order
     Device::Use use = Device::Use::Normal;
 };
 

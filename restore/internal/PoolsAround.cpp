@@ -146,6 +146,22 @@ void AddImportablePools(const std::vector<std::string>& folders, const StateComm
     }
 }
 
+std::vector<std::string> ReadFeatures(const StateCommands& commands) {
+    const std::string text = commands.Run("zpool upgrade -v");
+    std::vector<std::string> features;
+    bool isTable = false;
+    for (std::string_view rest = text; !rest.empty();) {
+        std::string_view line = util::ConsumeLine(rest);
+        if (util::str_is_starts_with(line, "---"))
+            isTable = features.empty(); // that of the old versions comes behind
+        else if (line.empty())
+            isTable = isTable && features.empty();
+        else if (isTable && !util::IsSpace(line.front()))
+            features.emplace_back(util::ConsumeWord(line));
+    }
+    return features;
+}
+
 std::vector<DiskState> ReadDisks(const std::vector<std::string>& words,
                                  const std::vector<std::string>& livePools, const ToolsState& tools,
                                  const StateCommands& commands) {

@@ -18,6 +18,9 @@ namespace zfslib::restore::internal {
 void AddImportablePools(const std::vector<std::string>& folders, const StateCommands& commands,
                         std::vector<ImportablePool>& pools);
 
+/// The features that the tools know, as `zpool upgrade -v` lists them; empty when it does not.
+[[nodiscard]] std::vector<std::string> ReadFeatures(const StateCommands& commands);
+
 /// Whether these disks are there, and which of the imported pools use them. Runs `ls` for each, on
 /// systems that make links to disks `readlink` too, and `zpool status` for each pool.
 [[nodiscard]] std::vector<DiskState> ReadDisks(const std::vector<std::string>& words,
