@@ -61,7 +61,6 @@ protected:
                   pool); // or a suspended pool could not be destroyed
         Set("zfs_scan_suspend_progress", 0);
         Set("zfs_removal_suspend_progress", 0);
-        Set("raidz_expand_max_reflow_bytes", 0);
     }
 
     /// A pool with something in it.
@@ -220,16 +219,6 @@ TEST_F(Health, FaultedLogAndRemovalAndCheckpoint) {
     Compare(pool);
     OutputOf("zpool checkpoint " + pool);
     EXPECT_FALSE(Compare(pool).at("health").at("checkpoint").is_null());
-}
-
-TEST_F(Health, RaidzExpansion) {
-    Pool("h", "raidz1" + host.Disks(3), 20);
-    Set("raidz_expand_max_reflow_bytes", 1000000);
-    OutputOf("zpool attach " + pool + " raidz1-0" + host.Disks(1));
-    EXPECT_FALSE(Compare(pool).at("health").at("expand").is_null());
-    Set("raidz_expand_max_reflow_bytes", 0);
-    OutputOf("zpool wait -t raidz_expand " + pool + " && zpool wait -t scrub " + pool);
-    Compare(pool);
 }
 
 TEST_F(Health, DraidWithDistributedSpare) {
