@@ -21,8 +21,8 @@ void SetUpZfslib() {
     Executors::ChildOptions child;
     child.timeoutSeconds = tenMinutes;
     Executors::SetProcessExecutor(executors::HostWordsExecutor(Executors::ChildExecutor(child)));
-    const CommandExecutor shell =
-        executors::HostWordsExecutor(Executors::TimedShellExecutor(tenMinutes));
+    child.shell = true;
+    const CommandExecutor shell = executors::HostWordsExecutor(Executors::ChildExecutor(child));
     Executors::SetZpoolExecutor(shell);
     Executors::SetDfExecutor(shell);
 }

@@ -2,6 +2,7 @@
 
 #include "executors/HostWordsExecutor.h"
 #include "executors/PrefetchingExecutor.h"
+#include "executors/Recording.h"
 #include "executors/ReplayingExecutor.h"
 #include "executors/SshExecutor.h"
 #include "inspect/Interruption.h"
@@ -10,10 +11,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstdlib>
 #include <functional>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -23,11 +22,6 @@ namespace inspect {
 namespace {
 
 using zfslib::CommandExecutor;
-
-std::uint64_t Bytes(std::uint64_t mebibytes) {
-    constexpr auto most = std::numeric_limits<std::uint64_t>::max() >> 20;
-    return std::min(mebibytes, most) << 20;
-}
 
 using StandardError = std::function<void(const std::string& command, const std::string& text)>;
 
@@ -53,7 +47,8 @@ CommandExecutor OtherHost(const Options& options, StandardError standardError) {
 }
 
 CommandExecutor ThisHost(const Options& options, StandardError standardError) {
-    const bool shell = options.command == Command::State; // its lines quote the names in them
+    const bool shell = options.command == Command::State || // their lines quote the names in them
+                       options.command == Command::Plan;
     return zfslib::Executors::ChildExecutor(
         {options.timeoutSeconds, std::move(standardError), shell});
 }
@@ -85,8 +80,8 @@ CommandExecutor LiveExecutor(const Options& options, ToolWarnings& warnings,
 /// Answers from the recording; what that lacks goes into `missing`.
 CommandExecutor ReplayExecutor(const Options& options, std::vector<std::string>& missing) {
     const std::string& path = *options.replay;
-    zfslib::executors::Recording recording = zfslib::executors::ReadRecording(
-        path, options.limit == 0 ? zfslib::executors::defaultRecordingLimit : Bytes(options.limit));
+    zfslib::executors::Recording recording =
+        zfslib::executors::ReadRecording(path, options.RecordingLimit());
     missing = recording.missing;
     if (recording.exchanges.empty())
         throw std::runtime_error("The recording [" + path + "] is empty." +
@@ -116,7 +111,7 @@ InstalledExecutor::InstalledExecutor(const Options& options, Progress* progress,
     : executor_(options.replay ? ReplayExecutor(options, missing_)
                                : LiveExecutor(options, warnings, lostHost_, recorder_)) {
     if (options.limit != 0)
-        posix::CSimpleCmdExec::SetOutputLimit(static_cast<std::size_t>(Bytes(options.limit)));
+        posix::CSimpleCmdExec::SetOutputLimit(static_cast<std::size_t>(options.LimitInBytes()));
     executor_ = UntilInterrupted(std::move(executor_));
     if (progress != nullptr)
         executor_ = progress->Watch(std::move(executor_));

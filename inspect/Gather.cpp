@@ -9,6 +9,8 @@
 #include "logging/logging.h"
 #include "posix/CSimpleCmdExec.h"
 #include "restore/HostStateReader.h"
+#include "restore/LiveState.h"
+#include "restore/SavedState.h"
 #include "util/str.h"
 #include "zfstools/Tools.h"
 #include "zfstools/ZfsDatasetEnumerator.h"
@@ -34,6 +36,9 @@ using zfslib::PropState;
 using zfslib::ZfsDataset;
 using zfslib::ZfsProperties;
 using zfslib::Zpool;
+using zfslib::restore::HostState;
+using zfslib::restore::LiveState;
+using zfslib::restore::SavedState;
 
 template <typename T>
 PropertyEntry MakePropertyEntry(const Property<T>& property) {
@@ -400,14 +405,48 @@ Report GatherVolume(const Options& options, const CommandExecutor& executor) {
     return report;
 }
 
-Report GatherState(const Options& options, const CommandExecutor& executor) {
+/// What `read` gives, which asks for the exact state of a host.
+template <typename Read>
+auto ReadExactly(const CommandExecutor& executor, Read&& read) {
     try {
-        return StateReport{zfslib::restore::ReadHostState(options.operands, executor),
-                           options.withAll};
+        return read();
     } catch (const std::exception&) {
         CheckToolsAreThere(executor); // "zfs 2>&1 || :" succeeds without them
         throw;
     }
+}
+
+Report GatherState(const Options& options, const CommandExecutor& executor) {
+    return StateReport{
+        ReadExactly(executor,
+                    [&] { return zfslib::restore::ReadHostState(options.operands, executor); }),
+        options.withAll};
+}
+
+/// Errors: std::runtime_error when a root is no saved dataset; it names what was saved.
+void CheckRoots(const Options& options, const HostState& saved) {
+    for (const std::string& root : options.plan.roots) {
+        if (saved.FindDataset(root) != nullptr)
+            continue;
+        std::string roots;
+        for (const std::string& name : saved.roots)
+            roots += (roots.empty() ? "" : ", ") + name;
+        throw std::runtime_error("[" + root + "] was not saved in [" + options.saved +
+                                 "], which has all below " + roots);
+    }
+}
+
+StateOrigin OriginOf(const HostState& state) {
+    return {state.host, state.readAt, state.roots};
+}
+
+Report GatherPlan(const Options& options, const CommandExecutor& executor) {
+    SavedState saved = zfslib::restore::ReadSavedState(options.saved, options.RecordingLimit());
+    CheckRoots(options, saved.state);
+    const LiveState live =
+        ReadExactly(executor, [&] { return ReadLiveState(saved.state, options.plan, executor); });
+    return PlanReport{OriginOf(saved.state), OriginOf(live.state), std::move(saved.warnings),
+                      MakePlan(saved.state, live, options.plan), options.withExitCode};
 }
 
 LocatedPath Locate(const std::string& path) {
@@ -521,6 +560,8 @@ Report Gather(const Options& options, const CommandExecutor& executor) {
         return ImportableReport{zfslib::EnumerateZpool4Import(executor)};
     case Command::State:
         return GatherState(options, executor);
+    case Command::Plan:
+        return GatherPlan(options, executor);
     }
     throw std::logic_error("a command without a meaning");
 }

@@ -3,6 +3,7 @@
 #include "inspect/Gather.h"
 #include "inspect/HealthView.h"
 #include "inspect/Json.h"
+#include "inspect/PlanView.h"
 #include "inspect/StateJson.h"
 
 #include <string>
@@ -133,6 +134,7 @@ struct ToJson {
         return {{"paths", Array(report.paths, LocatedPathJson)}};
     }
     Json operator()(const StateReport& report) const { return StateJson(report); }
+    Json operator()(const PlanReport& report) const { return PlanJson(report); }
     Json operator()(const ImportableReport& report) const {
         return {{"importable", Array(report.pools, [](const zfslib::Pool4Import& pool) {
                      return Json{{"name", pool.name}, {"id", pool.id}};

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <map>
 #include <numeric>
 #include <sstream>
 #include <string_view>
@@ -24,6 +25,8 @@ struct CommandLine {
     std::vector<std::string> types;
     bool allProperties = false;
     bool changedProperties = false;
+    std::vector<std::string> renames; ///< OLD=NEW
+    std::vector<std::string> disks;   ///< OLD=NEW
 };
 
 CLI::Validator Checked(std::string (*refused)(const std::string&)) {
@@ -43,6 +46,35 @@ std::string RefusedJobs(const std::string& text) {
     return util::str_is_integer(text) && text.size() <= mostDigits && text != "0" && text != "00"
                ? ""
                : "it is not a number from 1 to 99";
+}
+
+/// The two sides of "OLD=NEW": neither a dataset nor, as a rule, a path has a "=" in it.
+std::pair<std::string, std::string> Sides(const std::string& text) {
+    const std::size_t sign = text.find('=');
+    return {text.substr(0, sign), sign == std::string::npos ? "" : text.substr(sign + 1)};
+}
+
+std::string RefusedDisk(const std::string& text) {
+    const auto [old, replacement] = Sides(text);
+    return old.empty() || replacement.empty() || replacement.front() == '-'
+               ? "it is not OLD=NEW with two disks"
+               : "";
+}
+
+std::string RefusedRename(const std::string& text) {
+    const auto [old, replacement] = Sides(text);
+    const std::string reason = RefusedRoot(old);
+    return reason.empty() ? RefusedRoot(replacement) : reason;
+}
+
+/// Errors: CLI::ValidationError when one side is given twice.
+std::map<std::string, std::string> Pairs(const std::vector<std::string>& texts) {
+    std::map<std::string, std::string> pairs;
+    for (const std::string& text : texts)
+        if (!pairs.insert(Sides(text)).second)
+            throw CLI::ValidationError("[" + text + "] is refused: [" + Sides(text).first +
+                                       "] has another one already");
+    return pairs;
 }
 
 /// As many commands at a time as there are cores, at most 4.
@@ -138,6 +170,30 @@ void AddHealth(CLI::App& app, CommandLine& line) {
         ->excludes(app.get_option("--json"));
 }
 
+void AddPlan(CLI::App& app, CommandLine& line) {
+    Options& options = line.options;
+    CLI::App* plan = AddCommand(app, line, Command::Plan, "plan",
+                                "Show what puts a saved state back, and change nothing");
+    AddOperands(plan, line, "ROOT", "Only these saved datasets, and all below", RefusedRoot);
+    plan->add_option("--saved", options.saved, "The recording of a state: --record FILE state ROOT")
+        ->type_name("FILE")
+        ->required();
+    plan->add_option("--rename", line.renames,
+                     "Put a saved pool or dataset under another name; may be repeated")
+        ->type_name("OLD=NEW")
+        ->allow_extra_args(false)
+        ->check(Checked(RefusedRename));
+    plan->add_option("--disk", line.disks,
+                     "Make a pool of the disk NEW in place of OLD; may be repeated")
+        ->type_name("OLD=NEW")
+        ->allow_extra_args(false)
+        ->check(Checked(RefusedDisk));
+    plan->add_flag("--script", options.script, "Print a script for sh that runs the plan")
+        ->excludes(app.get_option("--json"));
+    plan->add_flag("--exit-code", options.withExitCode,
+                   "End with 3 when there is something to do, 4 when only what cannot be done");
+}
+
 void AddCommands(CLI::App& app, CommandLine& line) {
     CLI::App* pools =
         AddCommand(app, line, Command::Pools, "pools", "Show the pools: state, space and devices");
@@ -182,6 +238,7 @@ void AddCommands(CLI::App& app, CommandLine& line) {
                                  "Show the exact state of all below ROOT: what a restore needs");
     AddOperands(state, line, "ROOT", "Pools or datasets", RefusedRoot)->required();
     state->add_flag("--all", line.options.withAll, "Show every property, not only what was set");
+    AddPlan(app, line);
     AddCommand(app, line, Command::Importable, "importable", "List the pools that can be imported");
 }
 
@@ -218,6 +275,10 @@ Options Finish(CommandLine&& line) {
         options.properties = PropertyChoice::Changed;
     else if (line.allProperties)
         options.properties = PropertyChoice::Read;
+    options.plan.renames = Pairs(line.renames);
+    options.plan.disks = Pairs(line.disks);
+    if (options.command == Command::Plan)
+        options.plan.roots = options.operands;
     return options;
 }
 
@@ -279,10 +340,10 @@ std::variant<Options, NothingToDo> ParseCommandLine(int argc, const char* const*
     try {
         RefuseBrackets(argc, argv);
         app.parse(argc, argv);
+        return Finish(std::move(line));
     } catch (const CLI::ParseError& error) {
         return FromError(app, error);
     }
-    return Finish(std::move(line));
 }
 
 } // namespace inspect

@@ -1,10 +1,14 @@
 #pragma once
 
+#include "executors/Recording.h"
 #include "inspect/HealthReport.h"
+#include "restore/Plan.h"
 #include "zfstools/ZfsDataset.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <variant>
@@ -12,7 +16,7 @@
 
 namespace inspect {
 
-enum class Command { Pools, Health, Tools, Datasets, Volume, Locate, Importable, State };
+enum class Command { Pools, Health, Tools, Datasets, Volume, Locate, Importable, State, Plan };
 
 /// Which properties are asked for.
 enum class PropertyChoice { None, Read, Changed };
@@ -32,6 +36,15 @@ struct Options {
     bool verbose = false;
 
     Command command = Command::Pools;
+    /// How many bytes an answer may have, if `limit` says so.
+    [[nodiscard]] std::uint64_t LimitInBytes() const {
+        return std::min(limit, std::numeric_limits<std::uint64_t>::max() >> 20U) << 20U;
+    }
+    /// How many bytes a recording may have.
+    [[nodiscard]] std::uint64_t RecordingLimit() const {
+        return limit == 0 ? zfslib::executors::defaultRecordingLimit : LimitInBytes();
+    }
+
     /// Pools, roots, one volume or paths, as the command takes them.
     std::vector<std::string> operands;
     PropertyChoice properties = PropertyChoice::None;
@@ -40,6 +53,11 @@ struct Options {
     bool allDevices = false; ///< of pools that are healthy, too
     HealthLimits limits;     ///< what counts as unhealthy
     bool metrics = false;    ///< in place of text
+    std::string saved;       ///< the recording of the state that a plan puts back
+    /// What the operands of a plan, and its further options, ask for.
+    zfslib::restore::PlanOptions plan;
+    bool script = false;       ///< in place of text
+    bool withExitCode = false; ///< says whether a plan has steps
     /// The types of datasets that are asked for, without repetition.
     std::vector<zfslib::ZfsDataset::Type> types = {
         zfslib::ZfsDataset::filesystem, zfslib::ZfsDataset::snapshot, zfslib::ZfsDataset::volume};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "inspect/HealthReport.h"
+#include "inspect/PlanReport.h"
 #include "inspect/StateReport.h"
 #include "zfstools/Tools.h"
 #include "zfstools/ZfsDataset.h"
@@ -117,6 +118,6 @@ struct ImportableReport {
 };
 
 using Report = std::variant<PoolsReport, HealthReport, ToolsReport, DatasetsReport, VolumeReport,
-                            LocateReport, ImportableReport, StateReport>;
+                            LocateReport, ImportableReport, StateReport, PlanReport>;
 
 } // namespace inspect

@@ -13,13 +13,6 @@ namespace {
 
 using namespace zfslib::restore;
 
-std::string ShownValue(std::string_view value) {
-    std::string text(value);
-    const bool hasOpenEnds = text.empty() || text.front() == ' ' || text.back() == ' ' ||
-                             text.front() == '"' || text == "-";
-    return hasOpenEnds ? '"' + text + '"' : text;
-}
-
 std::string SourceText(const PropertyValue& property) {
     switch (property.Source()) {
     case PropertySource::None:
@@ -160,6 +153,13 @@ void PrintSnapshot(std::ostream& out, const SnapshotState& snapshot) {
 }
 
 } // namespace
+
+std::string ShownValue(std::string_view value) {
+    std::string text(value);
+    const bool hasOpenEnds = text.empty() || text.front() == ' ' || text.back() == ' ' ||
+                             text.front() == '"' || text == "-";
+    return hasOpenEnds ? '"' + text + '"' : text;
+}
 
 void PrintStateText(std::ostream& out, const StateReport& report) {
     const HostState& state = report.state;

@@ -3,6 +3,7 @@
 #include "inspect/Escape.h"
 #include "inspect/HealthView.h"
 #include "inspect/MissingTools.h"
+#include "inspect/PlanView.h"
 #include "inspect/Size.h"
 #include "inspect/StateText.h"
 #include "inspect/Table.h"
@@ -137,6 +138,7 @@ struct TextPrinter {
     }
 
     void operator()(const StateReport& report) const { PrintStateText(out, report); }
+    void operator()(const PlanReport& report) const { PrintPlanText(out, report); }
 
     void operator()(const ImportableReport& report) const {
         if (report.pools.empty())

@@ -5,6 +5,7 @@
 #include "inspect/Interruption.h"
 #include "inspect/JsonView.h"
 #include "inspect/Options.h"
+#include "inspect/PlanView.h"
 #include "inspect/Progress.h"
 #include "inspect/TextView.h"
 #include "inspect/ToolWarnings.h"
@@ -97,6 +98,9 @@ void PrintWarnings(const Report& report) {
     if (const auto* datasets = std::get_if<DatasetsReport>(&report))
         for (const std::string& warning : datasets->warningLines)
             PrintWarning(warning);
+    if (const auto* plan = std::get_if<PlanReport>(&report))
+        for (const std::string& warning : plan->warnings)
+            PrintWarning(warning);
 }
 
 void FlushOutput() {
@@ -120,10 +124,13 @@ int Run(int argc, const char* const* argv) {
     const Report report = GatherUnlessInterrupted(options);
     PrintWarnings(report);
     const auto* const health = std::get_if<HealthReport>(&report);
+    const auto* const plan = std::get_if<PlanReport>(&report);
     if (options.json)
         PrintJson(std::cout, report);
     else if (health != nullptr && options.metrics)
         PrintHealthMetrics(std::cout, *health);
+    else if (plan != nullptr && options.script)
+        PrintPlanScript(std::cout, *plan);
     else
         PrintText(std::cout, report);
     FlushOutput();
@@ -132,7 +139,7 @@ int Run(int argc, const char* const* argv) {
         PrintError(missing);
         return 1;
     }
-    return health != nullptr ? health->ExitStatus() : 0;
+    return health != nullptr ? health->ExitStatus() : plan != nullptr ? plan->ExitStatus() : 0;
 }
 
 } // namespace

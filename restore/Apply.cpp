@@ -1,6 +1,7 @@
 #include "restore/Apply.h"
 
 #include "posix/CSimpleCmdExec.h"
+#include "restore/internal/PropertyWords.h"
 #include "util/ShellWord.h"
 #include "util/str.h"
 #include "zfstools/logging.h"
@@ -43,33 +44,33 @@ std::string CommandLine(const std::vector<std::string>& words) {
     return line;
 }
 
-/// The command that tells what a step has set; empty when there is none.
+/// The command that tells what has become of what a step changes; empty when there is none.
 std::string ReadBackCommand(const Step& step) {
-    std::string_view property;
-    if (step.action == Action::Set || step.action == Action::Inherit)
-        property = step.property;
-    else if (step.action == Action::Mount || step.action == Action::Unmount)
-        property = "mounted";
-    else
+    switch (step.action) {
+    case Action::Set:
+    case Action::Inherit:
+    case Action::LoadKey:
+    case Action::ChangeKey:
+    case Action::Mount:
+    case Action::Unmount:
+        break;
+    default:
+        return {};
+    }
+    if (step.property.empty() || !step.willBe)
         return {};
     std::string command = step.words.front() + " get -Hp -o value,source " +
-                          util::ShellWord(property) + " " + util::ShellWord(step.object);
+                          util::ShellWord(step.property) + " " + util::ShellWord(step.object);
     return step.device.empty() ? command : command + " " + util::ShellWord(step.device);
 }
 
-std::optional<std::string> ExpectedValue(const Step& step) {
-    if (step.action == Action::Mount)
-        return "yes";
-    if (step.action == Action::Unmount)
-        return "no";
-    return step.willBe;
-}
-
-bool IsReached(const Step& step, std::string_view expected, std::string_view value) {
-    if (value == expected)
+/// Whether a value is the one that was foreseen, perhaps in another word of the tool's.
+bool IsReached(const Step& step, std::string_view value) {
+    using internal::Canonical;
+    if (Canonical(step.property, value, {}) == Canonical(step.property, *step.willBe, {}))
         return true;
     // An enabled feature may be in use at once.
-    return util::str_is_starts_with(step.property, "feature@") && expected == "enabled" &&
+    return util::str_is_starts_with(step.property, "feature@") && step.willBe == "enabled" &&
            value == "active";
 }
 
@@ -131,8 +132,7 @@ private:
 
     void ReadBack(const Step& step, StepReport& report) {
         const std::string command = ReadBackCommand(step);
-        const std::optional<std::string> expected = ExpectedValue(step);
-        if (command.empty() || !expected)
+        if (command.empty())
             return;
         std::string answer;
         try {
@@ -151,7 +151,7 @@ private:
         const std::string value = answer.substr(0, tab);
         const std::string source =
             tab == std::string::npos ? "" : answer.substr(tab + 1, answer.size() - tab - 2);
-        if (IsReached(step, *expected, value))
+        if (IsReached(step, value))
             return;
         report.outcome = Outcome::NotReached;
         report.text = "there is [" + value + "], source " + source;

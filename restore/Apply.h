@@ -60,9 +60,10 @@ struct ZFSLIB_EXPORT ApplyResult {
 };
 
 /// Runs the steps of a plan, one after the other. A step that is not done holds up only those that
-/// need it, and what needs these. After a step that sets, inherits, mounts or unmounts, what is
-/// there is read back and compared, byte for byte, with what was foreseen; what creation gives is
-/// not. Whether all is as it was, a new plan tells.
+/// need it, and what needs these. After a step that sets, inherits, mounts, unmounts, or is about a
+/// key, what is there is read back and compared with what was foreseen: byte for byte, but for
+/// words that mean the same ("gzip-6", "gzip"). What creation gives is not read back. Whether all
+/// is as it was, a new plan tells.
 ///
 /// `executor` has to use a shell; the words are quoted. Its failures are told by the kinds of
 /// posix::CCommandFailure; one of another type is taken for a refusal. Runs one command for each

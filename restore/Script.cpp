@@ -289,9 +289,13 @@ std::string DescribeStep(const Step& step) {
     if (!step.device.empty())
         text += " " + Shown(step.device);
     text += ": " + std::string(ActionText(step.action));
-    if (!step.property.empty())
+    if (step.action == Action::Hold || step.action == Action::Allow)
+        for (std::size_t i = 2; i + 1 < step.words.size(); ++i)
+            text += " " + Shown(step.words[i]);
+    const bool isOfProperty = step.action == Action::Set || step.action == Action::Inherit;
+    if (isOfProperty)
         text += " " + Shown(step.property);
-    if (step.was || step.willBe)
+    if (isOfProperty && (step.was || step.willBe))
         text +=
             ": " + ShownValue(step.was) + " -> " + (step.willBe ? ShownValue(step.willBe) : "?");
     if (!step.why.empty())
