@@ -127,6 +127,7 @@ public:
             if (options.IsWanted(snapshot.name))
                 snapshotsToFind_.insert(options.NewName(snapshot.name));
         ReadPools(pools);
+        live.mounts = ReadMounts();
         for (const std::string& name : above)
             StateCommands::Repeat("what is set on", name,
                                   [&] { live.above.push_back(ReadAbove(name)); });
@@ -145,6 +146,27 @@ private:
             StateCommands::Repeat("the pool", pool, [&] {
                 state_.pools.push_back(internal::ReadPool(pool, state_.tools, commands_, *texts_));
             });
+    }
+
+    /// A line for each that is mounted: the name, padded, two blanks, and the path.
+    std::map<std::string, std::string> ReadMounts() {
+        std::map<std::string, std::string> mounts;
+        try {
+            for (const std::string& line : Lines("zfs mount")) {
+                const std::size_t blanks = line.find("  /");
+                if (blanks == std::string::npos)
+                    continue; // the rest of a path with a newline in it
+                const std::string name = line.substr(0, line.find_last_not_of(' ', blanks) + 1);
+                const auto [known, isNew] = mounts.emplace(name, line.substr(blanks + 2));
+                if (!isNew)
+                    known->second.clear();
+            }
+        } catch (const std::exception& error) {
+            if (!internal::WasRefused(error))
+                throw;
+            _log.warn("What is mounted is not known: %1", error.what());
+        }
+        return mounts;
     }
 
     /// What is below these, of which none is below another.

@@ -4,6 +4,7 @@
 #include "../restore/HostState.h"
 #include "../zfstools/Executor.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,9 @@ struct LiveState {
     /// The features that the live tools know, without "feature@". Read only where a pool is
     /// missing, and empty where the tools do not tell.
     std::vector<std::string> features;
+    /// The mounted file systems of all pools, and where they are; a name that is told of twice has
+    /// an empty path. Empty where the tool does not tell.
+    std::map<std::string, std::string> mounts;
     /// Of the snapshots that the saved state tells of, those that exist, sorted.
     std::vector<std::string> snapshots;
 };
@@ -55,11 +59,11 @@ struct LiveState {
 /// ReadHostState does, and what is around them. Roots and pools that are missing are no error.
 ///
 /// `executor` as for ReadHostState. Runs its commands, and among them, when it knows the tools,
-/// `zpool list`, and `zfs list` of each pool with a root that is no pool; for the datasets above
-/// the roots two `zfs get` each, and one more for what is above them. When a pool is missing:
-/// `zpool import`, and again for the folders of its files; `zpool status` of each pool; and `ls`
-/// and `readlink` of each disk that it needs. Errors: as ReadHostState; std::runtime_error for
-/// options that name what was not saved.
+/// `zpool list`, `zfs mount`, and `zfs list` of each pool with a root that is no pool; for the
+/// datasets above the roots two `zfs get` each, and one more for what is above them. When a pool is
+/// missing: `zpool import`, and again for the folders of its files; `zpool status` of each pool;
+/// and `ls` and `readlink` of each disk that it needs. Errors: as ReadHostState; std::runtime_error
+/// for options that name what was not saved.
 [[nodiscard]] ZFSLIB_EXPORT LiveState ReadLiveState(const HostState& saved,
                                                     const PlanOptions& options,
                                                     const CommandExecutor& executor);

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -322,17 +323,25 @@ TEST(Plan, MountsWhatWasMounted) {
          {"set -u canmount=noauto tank", "set -u canmount=noauto tank/a", "unmount tank/a",
           "inherit mountpoint tank", "inherit -S canmount tank", "inherit -S canmount tank/a",
           "mount tank/a"}},
-        {"read-only when all is mounted, zoned after that; what is mounted is shared",
+        {"zoned again before anything is mounted, read-only behind it; what is mounted is shared",
          "tank mounted\n mountpoint local /t\n sharenfs local on\n readonly local on\ntank/z\n"
          " zoned local on\n mountpoint local /z\n",
          "tank\n mountpoint local /t\n sharenfs default off\n readonly default off\ntank/z\n"
          " zoned local on\n mountpoint local /y\n",
          {"set zoned=off tank/z", "set -u mountpoint=/z tank/z", "set -u sharenfs=on tank",
-          "mount tank", "set readonly=on tank", "set zoned=on tank/z"}},
+          "set zoned=on tank/z", "mount tank", "set readonly=on tank"}},
         {"places without the altroot",
          "altroot /a\ntank mounted\n mountpoint local /a\ntank/b mounted\n mountpoint local /a/b\n",
          "altroot /x\ntank mounted\n mountpoint local /x\ntank/b mounted\n mountpoint local /x/c\n",
          {"unmount tank/b", "set -u mountpoint=/b tank/b", "mount tank/b"}},
+        {"no longer in a zone",
+         "tank mounted\n zoned default off\n mountpoint local /t\n",
+         "tank\n zoned local on\n mountpoint local /t\n",
+         {"inherit zoned tank", "mount tank"}},
+        {"a running zone is left alone",
+         "tank\n atime local on\n zoned local on\n mountpoint local /t\n",
+         "tank mounted\n atime local off\n zoned local on\n mountpoint local /u\n",
+         {"set atime=on tank", "! tank mountpoint"}},
         {"mounted now, and was not",
          "tank\n mountpoint local /t\n",
          "tank mounted\n mountpoint local /t\n",
@@ -342,6 +351,23 @@ TEST(Plan, MountsWhatWasMounted) {
          "tank\n mountpoint local legacy\n",
          {"? tank"}},
     });
+}
+
+TEST(Plan, CoversNothing) {
+    const HostState saved = State("tank mounted\n mountpoint local /t\n");
+    LiveState live;
+    live.state = State("tank\n mountpoint local /t\n");
+    for (const auto& [path, isCovered] : std::map<std::string, bool>{
+             {"/t", true}, {"/t/x", true}, {"/t@x", false}, {"/", false}, {"/tx", false}}) {
+        live.mounts = {{"other", path}};
+        const Lines covered = {"! tank mounted"};
+        EXPECT_EQ(LinesOf(MakePlan(saved, live)), isCovered ? covered : Lines{"mount tank"})
+            << path;
+    }
+    // Where it is mounted counts, not where it would be.
+    live.state = State("tank mounted\n mountpoint local /t\n");
+    live.mounts = {{"tank", "/old"}};
+    EXPECT_EQ(LinesOf(MakePlan(saved, live)), (Lines{"unmount tank", "mount tank"}));
 }
 
 TEST(Plan, GivesBackWhatIsNoPropertyOfADataset) {

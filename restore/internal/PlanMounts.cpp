@@ -69,56 +69,106 @@ private:
         [[nodiscard]] bool Moves() const { return isUnmounted || from != to; }
     };
 
-    [[nodiscard]] bool IsRestored(const DatasetPair& pair, std::string_view property) const {
-        const PropertyValue* saved = pair.saved->Find(property);
-        const PropertyValue* live = pair.live == nullptr ? nullptr : pair.live->Find(property);
-        return saved == nullptr || (live != nullptr && steps_.IsEqual(*saved, *live));
+    /// Whether a property of a live dataset has a step to come.
+    [[nodiscard]] bool WillChange(const DatasetPair& pair, std::string_view property) const {
+        DatasetPair copy = pair;
+        PlanDraft scratch;
+        return PropertySteps(input_, scratch).Restore(copy, property, {}).has_value();
+    }
+
+    /// The property by which a live file system belongs to a zone or jail; nothing when it does
+    /// not.
+    [[nodiscard]] static const char* ZoneOf(const DatasetPair& pair) {
+        for (const char* property : {"zoned", "jailed"})
+            if (pair.live != nullptr && pair.live->Find(property) != nullptr &&
+                pair.Now(property).value == "on")
+                return property;
+        return nullptr;
+    }
+
+    [[nodiscard]] static bool WasInZone(const DatasetPair& pair) {
+        return std::any_of(pair.saved->properties.begin(), pair.saved->properties.end(),
+                           [](const PropertyValue& saved) {
+                               return IsZoneProperty(saved.Name()) && saved.Value() == "on";
+                           });
     }
 
     /// While a file system is zoned, its mount point and shares cannot change, nor those that it
-    /// inherits.
+    /// inherits from.
     void LeaveZones() {
         std::set<const DatasetPair*> moving;
         for (DatasetPair& pair : pairs_.All()) {
-            const bool movesItself = pair.NeedsTurns() && (!IsRestored(pair, "mountpoint") ||
-                                                           !IsRestored(pair, "sharenfs") ||
-                                                           !IsRestored(pair, "sharesmb"));
-            if (!movesItself &&
-                (moving.find(pair.parent) == moving.end() || pair.Now("mountpoint").IsOwn()))
+            const bool movesItself = pair.NeedsTurns() && WillChange(pair, "mountpoint");
+            const bool moves = movesItself || (moving.find(pair.parent) != moving.end() &&
+                                               !pair.Now("mountpoint").IsOwn());
+            if (moves)
+                moving.insert(&pair);
+            const char* const zone = ZoneOf(pair);
+            if (zone == nullptr)
                 continue;
-            moving.insert(&pair);
-            for (const char* property : {"zoned", "jailed"})
-                if (pair.live != nullptr && pair.live->Find(property) != nullptr &&
-                    pair.Now(property).value == "on")
-                    steps_.Set(pair, property, "off", {Phase::Mountpoints},
-                               "a mount point cannot change while it is " + std::string(property));
+            if (!WasInZone(pair)) {
+                steps_.Restore(pair, zone, {Phase::Mountpoints});
+            } else if (moves || WillChange(pair, "sharenfs") || WillChange(pair, "sharesmb")) {
+                if (pair.live->isMounted)
+                    LeaveInZone(pair);
+                else
+                    steps_.Set(pair, zone, "off", {Phase::Mountpoints},
+                               "a mount point cannot change while it is " + std::string(zone));
+            }
         }
+    }
+
+    void LeaveInZone(const DatasetPair& pair) {
+        inUse_.insert(&pair);
+        draft_.CannotDo(pair.name, "mountpoint", std::nullopt, std::nullopt,
+                        "it is mounted in its zone, which has to stop first");
     }
 
     void RestoreProperties() {
         for (DatasetPair& pair : pairs_.All()) {
-            if (!pair.NeedsTurns())
+            if (!pair.NeedsTurns() || inUse_.find(&pair) != inUse_.end())
                 continue;
             const bool wasOwn = pair.Now("mountpoint").IsOwn();
             const auto placed = steps_.Restore(pair, "mountpoint", {Phase::Mountpoints, true});
             if (!placed)
                 continue;
             placed_[&pair] = *placed;
+            beforeMount_[&pair].push_back(*placed);
             if (pair.live != nullptr && wasOwn && !pair.Now("mountpoint").IsOwn())
-                HoldBack(pair.name);
+                for (const PlanDraft::StepId held : HoldBack(pair.name))
+                    draft_.Need(*placed, held);
         }
         for (DatasetPair& pair : pairs_.All()) {
             if (!pair.NeedsTurns())
                 continue;
             steps_.Restore(pair, "canmount", {Phase::Mountpoints, true});
-            // What is mounted is shared anew at once.
-            const bool isMounted = pair.live != nullptr && pair.live->isMounted;
-            for (const PropertyValue& saved : pair.saved->properties)
-                if (IsShareProperty(saved.Name()) && !IsRestored(pair, saved.Name()))
-                    steps_.Restore(pair, saved, {Phase::Mountpoints, !isMounted});
+            RestoreShares(pair);
             if (!IsReadOnly(pair))
                 steps_.Restore(pair, "readonly", {Phase::Mountpoints});
         }
+        for (const char* property : {"zoned", "jailed"})
+            for (DatasetPair& pair : pairs_.All())
+                if (pair.NeedsTurns())
+                    steps_.Restore(pair, property, {Phase::Mountpoints});
+        ReleaseOthers();
+    }
+
+    void RestoreShares(DatasetPair& pair) {
+        if (inUse_.find(&pair) != inUse_.end())
+            return;
+        // What is mounted is shared anew at once.
+        const bool isMounted = pair.live != nullptr && pair.live->isMounted;
+        for (const PropertyValue& saved : pair.saved->properties) {
+            if (!IsShareProperty(saved.Name()))
+                continue;
+            const auto shared = steps_.Restore(pair, std::string_view(saved.Name()),
+                                               {Phase::Mountpoints, !isMounted});
+            if (shared)
+                beforeMount_[&pair].push_back(*shared);
+        }
+    }
+
+    void ReleaseOthers() {
         for (const auto& [live, canmount] : heldBackOthers_) {
             Step step = CanmountStep(live->name, "noauto", "on", Phase::Mountpoints);
             step.why = "was held back";
@@ -132,7 +182,8 @@ private:
 
     /// `zfs inherit mountpoint` mounts the file system, and all that inherit from it, at once,
     /// unless they are not mounted automatically.
-    void HoldBack(const std::string& top) {
+    std::vector<PlanDraft::StepId> HoldBack(const std::string& top) {
+        std::vector<PlanDraft::StepId> held;
         const std::vector<DatasetState>& datasets = input_.live.state.datasets;
         std::string passedOver; // has a mount point of its own, and what is below has that
         for (const DatasetState* live = input_.live.state.FindDataset(top);
@@ -153,20 +204,22 @@ private:
                 live->type != DatasetState::Type::Filesystem)
                 continue;
             if (pair != nullptr)
-                HoldBack(*pair);
+                HoldBack(*pair, held);
             else if (heldBackOthers_.emplace(live, canmount).second)
-                draft_.Add(CanmountStep(live->name, "on", "noauto", Phase::Unmounts));
+                held.push_back(
+                    draft_.Add(CanmountStep(live->name, "on", "noauto", Phase::Unmounts)));
         }
         for (DatasetPair& pair : pairs_.All())
             if (pair.live == nullptr && IsWithin(pair.name, top) &&
                 (passedOver.empty() || !IsWithin(pair.name, passedOver)))
-                HoldBack(pair);
+                HoldBack(pair, held);
+        return held;
     }
 
-    void HoldBack(DatasetPair& pair) {
+    void HoldBack(DatasetPair& pair, std::vector<PlanDraft::StepId>& held) {
         if (pair.IsFilesystem() && pair.Now("canmount").value.value_or("on") == "on")
-            steps_.Set(pair, "canmount", "noauto", {Phase::Unmounts, true},
-                       "is not to be mounted by the way");
+            held.push_back(steps_.Set(pair, "canmount", "noauto", {Phase::Unmounts, true},
+                                      "is not to be mounted by the way"));
     }
 
     static Step CanmountStep(std::string_view name, const char* was, const char* willBe,
@@ -191,8 +244,9 @@ private:
     /// them: those that move, and what is mounted below a place where one goes or comes.
     void FindMounts() {
         const bool isAsItWas =
-            std::none_of(pairs_.All().begin(), pairs_.All().end(), [](const DatasetPair& pair) {
-                return pair.NeedsTurns() || pair.live->isMounted != pair.saved->isMounted;
+            std::none_of(pairs_.All().begin(), pairs_.All().end(), [this](const DatasetPair& pair) {
+                return pair.NeedsTurns() || pair.live->isMounted != pair.saved->isMounted ||
+                       IsElsewhere(*pair.live);
             });
         if (isAsItWas)
             return;
@@ -203,7 +257,8 @@ private:
             Mounting mounting;
             mounting.name = pair.name;
             mounting.pair = &pair;
-            mounting.from = pair.live == nullptr ? std::string() : MountedAt(*pair.live);
+            if (pair.live != nullptr && ZoneAtFirst(*pair.live) == nullptr)
+                mounting.from = MountedAt(*pair.live);
             if (pair.saved->isMounted && IsMountable(pair, point))
                 mounting.to = point;
             AddMounting(std::move(mounting));
@@ -249,7 +304,27 @@ private:
         mounts_.push_back(std::move(mounting));
     }
 
-    static std::string MountedAt(const DatasetState& live) {
+    /// What is mounted in a zone is that zone's.
+    static const PropertyValue* ZoneAtFirst(const DatasetState& live) {
+        for (const PropertyValue& property : live.properties)
+            if (IsZoneProperty(property.Name()) && property.Value() == "on")
+                return &property;
+        return nullptr;
+    }
+
+    /// Whether it is mounted where its mount point is not.
+    [[nodiscard]] bool IsElsewhere(const DatasetState& live) const {
+        if (!live.isMounted || input_.live.mounts.empty())
+            return false;
+        const PropertyValue* mountpoint = live.Find("mountpoint");
+        return mountpoint != nullptr && IsPath(mountpoint->Value()) &&
+               MountedAt(live) != mountpoint->Value();
+    }
+
+    [[nodiscard]] std::string MountedAt(const DatasetState& live) const {
+        const auto told = input_.live.mounts.find(std::string(live.name));
+        if (live.isMounted && told != input_.live.mounts.end() && !told->second.empty())
+            return told->second;
         const PropertyValue* mountpoint = live.Find("mountpoint");
         return live.isMounted && mountpoint != nullptr && IsPath(mountpoint->Value())
                    ? std::string(mountpoint->Value())
@@ -276,13 +351,10 @@ private:
 
     [[nodiscard]] bool IsMountable(const DatasetPair& pair, const std::string& point) {
         const bool isThere = pair.live != nullptr && pair.live->isMounted;
-        for (const char* property : {"zoned", "jailed"}) {
-            const PropertyValue* zoned = pair.saved->Find(property);
-            if (zoned != nullptr && zoned->Value() == "on") {
-                if (!isThere)
-                    draft_.Say(pair.name, "was mounted in its zone, which has to do that");
-                return false;
-            }
+        if (WasInZone(pair)) {
+            if (!isThere)
+                draft_.Say(pair.name, "was mounted in its zone, which has to do that");
+            return false;
         }
         if (!IsPath(point) && !isThere)
             draft_.Say(pair.name, "was mounted by something else than `zfs mount`");
@@ -316,26 +388,42 @@ private:
             else
                 step.why = "is mounted again, when what is above it is";
             mounting.unmounted = draft_.Add(std::move(step));
+            if (const auto placed = placed_.find(mounting.pair); placed != placed_.end())
+                draft_.Need(placed->second, mounting.unmounted);
         }
     }
 
     /// The upper ones first: one that comes later would cover what is mounted below it.
     void Mount() {
+        const auto occupied = Occupied();
+        std::multimap<std::string, PlanDraft::StepId> unmounted;
+        for (const Mounting& mounting : mounts_)
+            if (mounting.unmounted)
+                unmounted.emplace(mounting.from, *mounting.unmounted);
         std::sort(mounts_.begin(), mounts_.end(),
                   [](const Mounting& a, const Mounting& b) { return a.to < b.to; });
         std::map<std::string, PlanDraft::StepId> done;
         for (Mounting& mounting : mounts_) {
             if (mounting.to.empty())
                 continue;
+            const auto other = FindAtOrBelow(occupied, mounting.to);
+            if (other != occupied.end()) {
+                draft_.CannotDo(mounting.name, "mounted", "yes", "no",
+                                other->second + " is mounted at " + other->first +
+                                    ", and would be covered");
+                continue;
+            }
             const auto id = draft_.Add(MountStep(mounting.name, true));
+            for (auto below = FindAtOrBelow(unmounted, mounting.to);
+                 below != unmounted.end() && IsBelowPath(below->first, mounting.to); ++below)
+                draft_.Need(id, below->second);
             draft_.Need(id, mounting.unmounted);
             if (mounting.pair != nullptr)
                 draft_.Need(id, mounting.pair->key);
             for (const DatasetPair* pair = mounting.pair; pair != nullptr; pair = pair->parent)
-                if (const auto placed = placed_.find(pair); placed != placed_.end()) {
-                    draft_.Need(id, placed->second);
-                    break;
-                }
+                if (const auto before = beforeMount_.find(pair); before != beforeMount_.end())
+                    for (const PlanDraft::StepId step : before->second)
+                        draft_.Need(id, step);
             if (const auto* above = FindAbove(done, mounting.to))
                 draft_.Need(id, *above);
             done.emplace(mounting.to, id);
@@ -343,14 +431,36 @@ private:
         }
     }
 
+    /// Where file systems are mounted that stay so and that the plan does not know of.
+    [[nodiscard]] std::map<std::string, std::string> Occupied() const {
+        std::set<std::string_view> known;
+        for (const Mounting& mounting : mounts_)
+            known.insert(mounting.name);
+        std::map<std::string, std::string> occupied;
+        for (const auto& [name, path] : input_.live.mounts)
+            if (!path.empty() && known.find(name) == known.end())
+                occupied.emplace(path, name);
+        return occupied;
+    }
+
+    /// The first of the sorted paths that is `path` or stands below it.
+    template <typename Paths>
+    static typename Paths::const_iterator FindAtOrBelow(const Paths& paths,
+                                                        const std::string& path) {
+        auto found = paths.lower_bound(path);
+        if (found != paths.end() && found->first != path)
+            found = paths.lower_bound(path == "/" ? path : path + "/");
+        return found != paths.end() && IsBelowPath(found->first, path) ? found : paths.end();
+    }
+
+    static bool IsBelowPath(const std::string& path, const std::string& top) {
+        return path == top || util::str_is_starts_with(path, top == "/" ? top : top + "/");
+    }
+
     void RestoreLast() {
         for (DatasetPair& pair : pairs_.All())
             if (pair.NeedsTurns() && IsReadOnly(pair))
                 steps_.Restore(pair, "readonly", {Phase::Mounts});
-        for (const char* property : {"zoned", "jailed"})
-            for (DatasetPair& pair : pairs_.All())
-                if (pair.NeedsTurns())
-                    steps_.Restore(pair, property, {Phase::Mounts});
     }
 
     /// OpenZFS shares what it mounts, and refuses what is shared.
@@ -384,7 +494,10 @@ private:
     std::map<std::string, std::string, std::less<>>
         points_; ///< mount points behind the steps, by name
     std::vector<Mounting> mounts_;
-    std::map<const DatasetPair*, PlanDraft::StepId> placed_;
+    std::map<const DatasetPair*, PlanDraft::StepId> placed_; ///< the steps of mount points
+    /// What has to be so before it, or what is below it, is mounted.
+    std::map<const DatasetPair*, std::vector<PlanDraft::StepId>> beforeMount_;
+    std::set<const DatasetPair*> inUse_; ///< is mounted in a zone
     std::set<std::string, std::less<>> heldBack_;
     std::map<const DatasetState*, const PropertyValue*> heldBackOthers_;
 };

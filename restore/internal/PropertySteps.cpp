@@ -61,8 +61,10 @@ PlanDraft::StepId PropertySteps::Set(DatasetPair& pair, std::string_view propert
     step.words.push_back(std::string(property) + "=" + std::string(word));
     step.words.push_back(pair.name);
     step.was = becomes.value;
-    becomes.value = isMountpoint ? Printed(word, pair.liveAltroot)
-                                 : TextOnceSet(property, value, input_.saved.tools, input_.Tools());
+    becomes.value =
+        isMountpoint
+            ? Printed(word, pair.liveAltroot)
+            : std::string(TextOnceSet(property, value, input_.saved.tools, input_.Tools()));
     step.willBe = becomes.value;
     step.why = std::move(why);
     step.isPinned = isPinned;

@@ -81,16 +81,14 @@ std::string_view WordToSet(std::string_view property, std::string_view printed,
     return printed;
 }
 
-std::optional<std::string> TextOnceSet(std::string_view property, std::string_view printed,
-                                       const ToolsState& saved, const ToolsState& live) {
+std::string_view TextOnceSet(std::string_view property, std::string_view printed,
+                             const ToolsState& saved, const ToolsState& live) {
     const std::string_view canonical = Canonical(property, printed, saved);
     if (IsNoneWhenZero(property))
-        return std::string(canonical == "none" ? "0" : printed);
-    if (IsLimit(property))
-        return std::string(canonical);
-    if (property == "xattr" && canonical != Canonical(property, printed, live))
-        return std::nullopt;
-    return std::string(printed);
+        return canonical == "none" ? "0" : printed;
+    if (IsLimit(property) || canonical != Canonical(property, printed, live))
+        return canonical;
+    return printed;
 }
 
 std::string_view KnownDefault(std::string_view property) {

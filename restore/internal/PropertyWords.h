@@ -30,12 +30,10 @@ enum class PropertyKind {
 [[nodiscard]] std::string_view WordToSet(std::string_view property, std::string_view printed,
                                          const ToolsState& tools);
 
-/// What the live tool prints after a value was set, which another printed; nothing when that is
-/// not foreseen.
-[[nodiscard]] std::optional<std::string> TextOnceSet(std::string_view property,
-                                                     std::string_view printed,
-                                                     const ToolsState& saved,
-                                                     const ToolsState& live);
+/// What the live tool prints after a value was set, which another printed, or a word that means
+/// the same.
+[[nodiscard]] std::string_view TextOnceSet(std::string_view property, std::string_view printed,
+                                           const ToolsState& saved, const ToolsState& live);
 
 /// The canonical default of what is not handed down, where every system has the same; else empty.
 [[nodiscard]] std::string_view KnownDefault(std::string_view property);
