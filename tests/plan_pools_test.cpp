@@ -36,10 +36,10 @@ protected:
     std::string ErrorOf(const PlanOptions& options) {
         try {
             (void)Read(options);
+            return "no error";
         } catch (const std::exception& error) {
             return logging::Describe(error);
         }
-        return "no error";
     }
     void Answer(const std::string& command, const std::string& output) {
         executor.Answer("/usr/bin/env -i " + command, output);
@@ -171,12 +171,13 @@ public:
         }
     }
 
+    PropertyValue Set(const char* name, const char* value) const {
+        return texts->Make(name, value, std::nullopt, texts->Origin(PropertySource::Local));
+    }
+
     void Disks(const std::vector<std::string>& paths) {
-        for (const std::string& path : paths) {
-            DiskState& disk = live.disks.emplace_back();
-            disk.path = path;
-            disk.isThere = true;
-        }
+        for (const std::string& path : paths)
+            live.disks.push_back({path, true, "", false});
     }
 
     /// What concerns pools, but for their numbers: commands, "! " and what cannot be done, ": " and
@@ -263,12 +264,8 @@ TEST(PoolPlan, LeavesDevicesAsTheyAre) {
         Top(normal, Group(mirror, "mirror", {Leaf("sda", "id-a-part1"), Leaf("sdb")}));
     Device livePair =
         Top(normal, Group(mirror, "mirror", {Leaf("sdb"), Leaf("sdx", "id-a-part1")}), 9);
-    const auto set = [&](const char* name, const char* value) {
-        return pair.texts->Make(name, value, std::nullopt,
-                                pair.texts->Origin(PropertySource::Local));
-    };
-    savedPair.properties = {set("u:a", "1"), set("u:a", "1")};
-    livePair.children[1].properties = {set("checksum_n", "5"), set("parity", "1")};
+    savedPair.properties = {pair.Set("u:a", "1"), pair.Set("u:a", "1")};
+    livePair.children[1].properties = {pair.Set("checksum_n", "5"), pair.Set("parity", "1")};
     pair.live.state.datasets.emplace_back().name = "p";
     pair.Add(pair.saved, {},
              {savedPair, Top(normal, Leaf("sdc")), Top(Device::Use::Spare, Leaf("sdd")),
@@ -295,11 +292,7 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
     Device spare = Leaf("draid1-0-0");
     spare.kind = Device::Kind::Other;
     Device wide = Top(normal, Group(mirror, "mirror", {Leaf("sde"), Leaf("sdf")}), 12);
-    const auto set = [&](const char* name, const char* value) {
-        return pair.texts->Make(name, value, std::nullopt,
-                                pair.texts->Origin(PropertySource::Local));
-    };
-    wide.properties = {set("u:a", "1")};
+    wide.properties = {pair.Set("u:a", "1")};
     pair.Add(pair.saved,
              {"feature@lz4_compress=active", "feature@new=enabled", "feature@old=disabled",
               "ashift=0", "comment:=a b", "failmode=wait", "autotrim:=on", "u:n:=x", "bootfs:=p",

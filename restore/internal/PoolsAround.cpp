@@ -170,6 +170,7 @@ std::vector<DiskState> ReadDisks(const std::vector<std::string>& words,
         for (UsedDevice& device : ReadUsedDevices(pool, tools, commands))
             used.push_back(std::move(device));
     std::vector<DiskState> disks;
+    disks.reserve(words.size());
     for (const std::string& word : words)
         disks.push_back(ReadDisk(word, used, tools, commands));
     return disks;
