@@ -281,9 +281,13 @@ TEST(PoolPlan, LeavesDevicesAsTheyAre) {
               "! sdc: the devices of a pool that is there are left as they are\n"
               "! sdd: the devices of a pool that is there are left as they are\n"
               ": has a device that was not saved: sdg\n");
+    std::swap(pair.live.state.pools[0].devices[0], pair.live.state.pools[0].devices[1]);
+    EXPECT_THAT(pair.Plan(), HasSubstr("! mirror-0: the devices")); // they have an order
+    pair.saved.datasets.emplace_back().name = "p/x";
+    EXPECT_EQ(pair.Plan({{"p/x"}, {}, {}}), ""); // the pool is not asked for
     pair.live.state.pools[0].health = "SUSPENDED";
     EXPECT_EQ(pair.Plan(), "! : nothing can be done with a pool in this state\n"
-                           ": 1 dataset waits for it: make the plan again when it is there\n");
+                           ": 2 datasets wait for it: make the plan again when it is there\n");
 }
 
 TEST(PoolPlan, MakesAPoolAsItWas) {
