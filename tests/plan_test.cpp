@@ -191,6 +191,10 @@ TEST(Plan, SetsAndInheritsWhatDiffers) {
          "tank\n atime received off off\n u:a received 1 1\n u:b received 1 1\n u:c local 2 1\n",
          "tank\n atime local on off\n u:a inherited:x 1\n u:b local 1\n u:c local 2 1\n",
          {"inherit -S atime tank", "set u:a=1 tank", "! tank u:a", "! tank u:b"}},
+        {"another origin of the same value",
+         "tank\n atime inherited:up on\n",
+         "tank\n atime default on\n",
+         {}},
         {"another default",
          "tank\n atime default on\n",
          "tank\n atime default off\n",
@@ -247,7 +251,8 @@ TEST(Plan, CreatesWhatIsMissing) {
          "tank\ntank/a\ntank/b volume\n",
          {"! tank/a type", "! tank/b type", "! tank/b/c "}},
         {"keys",
-         "tank\ntank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n",
+         "tank\ntank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n"
+         " keylocation local prompt\n",
          "tank\ntank/e key:tank/e\n keystatus - unavailable\n mountpoint local /e\n"
          " keylocation local prompt\n",
          {"load-key tank/e", "mount tank/e"}},
@@ -295,11 +300,15 @@ TEST(Plan, OrdersLimits) {
          "tank\ntank/v volume\n volsize local 32\n refreservation local 33\n readonly local on\n",
          {"inherit -S refreservation tank/v", "set readonly=off tank/v",
           "set volsize=64 refreservation=none tank/v", "set readonly=on tank/v"}},
+        {"read-only, and nobody knows why",
+         "tank\ntank/v volume\n volsize local 64\n readonly doubtful on\n",
+         "tank\ntank/v volume\n volsize local 32\n readonly local on\n",
+         {"! tank/v volsize", "! tank/v readonly"}},
         {"thick here and there; nothing is cut off",
          "tank\ntank/v volume\n volsize local 64\n refreservation local 70\ntank/w volume\n"
-         " volsize local 1\n",
+         " volsize local 1\n refreservation local 2\n",
          "tank\ntank/v volume\n volsize local 64\n refreservation local 66\ntank/w volume\n"
-         " volsize local 2\n",
+         " volsize local 2\n refreservation local 3\n",
          {"! tank/w volsize"}},
     });
 }
@@ -338,6 +347,17 @@ TEST(Plan, MountsWhatWasMounted) {
          "tank mounted\n zoned default off\n mountpoint local /t\n",
          "tank\n zoned local on\n mountpoint local /t\n",
          {"inherit zoned tank", "mount tank"}},
+        {"what closes comes first",
+         "tank\n sharenfs local on\n readonly default off\ntank/a\n sharenfs local off\n"
+         " readonly local on\n",
+         "tank\n sharenfs default off\n readonly local on\ntank/a\n sharenfs default off\n"
+         " readonly inherited:tank on\n",
+         {"set -u sharenfs=off tank/a", "set readonly=on tank/a", "set -u sharenfs=on tank",
+          "inherit readonly tank"}},
+        {"mounted by others",
+         "tank mounted\n mountpoint local /t\n",
+         "tank mounted\n mountpoint local legacy\n",
+         {"set -u mountpoint=/t tank", "! tank mounted"}},
         {"a running zone is left alone",
          "tank\n atime local on\n zoned local on\n mountpoint local /t\n",
          "tank mounted\n atime local off\n zoned local on\n mountpoint local /u\n",

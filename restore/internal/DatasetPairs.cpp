@@ -1,5 +1,6 @@
 #include "restore/internal/DatasetPairs.h"
 
+#include "exc/exc.h"
 #include "restore/internal/PropertyWords.h"
 #include "util/str.h"
 
@@ -121,6 +122,8 @@ DatasetPairs::DatasetPairs(const PlanInput& input, PlanDraft& draft) {
             pair.above = FindByName(input.live.above, NameAbove(name));
         pair.savedAltroot = AltrootOf(input.saved, saved.name);
         pair.liveAltroot = AltrootOf(input.live.state, name);
+        if (byName_.find(name) != byName_.end())
+            throw exc::CRuntimeExc("[%1] would be the name of two saved datasets.", name);
         if (CanBe(pair, draft)) {
             pairs_.push_back(std::move(pair));
             bySavedName_.emplace(saved.name, &pairs_.back());
@@ -159,6 +162,12 @@ bool DatasetPairs::CanBe(const DatasetPair& pair, PlanDraft& draft) const {
         draft.CannotDo(pair.name, "encryptionroot", std::string(saved.encryptionRoot), std::nullopt,
                        "it would not be encrypted: what it had its key from is not "
                        "there, or is not encrypted");
+        return false;
+    }
+    const PropertyValue* key = pair.above == nullptr ? nullptr : pair.above->Find("keystatus");
+    if (takesKey && key != nullptr && key->Value() == "unavailable") {
+        draft.CannotDo(pair.name, "", std::nullopt, std::nullopt,
+                       util::str_format("the key of %1 is not loaded", above));
         return false;
     }
     if (above.empty() && !draft.MakerOf(pair.name)) {

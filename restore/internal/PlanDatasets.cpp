@@ -64,6 +64,10 @@ private:
         const DatasetState& saved = *pair.saved;
         draft_.CannotDo(pair.name, "guid", std::string(saved.guid), std::nullopt,
                         "guid, creation time and the like are made new");
+        const std::string_view version = ValueOf(saved, "version");
+        if (!input_.Tools().version.empty() && WholeNumber(version).value_or(0) > 5)
+            draft_.CannotDo(pair.name, "version", std::string(version), std::nullopt,
+                            "this host's file systems have no such version");
         if (!saved.origin.empty())
             draft_.CannotDo(pair.name, "origin", std::string(saved.origin), std::nullopt,
                             "a clone comes with its data: it is made as a dataset of its own");
@@ -123,7 +127,9 @@ private:
         const std::string owner = input_.options.NewName(saved.encryptionRoot);
         if (owner == live.encryptionRoot || owner.empty() || live.encryptionRoot.empty())
             return;
-        if (owner == pair.name || live.encryptionRoot != pair.name || pair.CipherAbove() == "off") {
+        const DatasetState* above = pair.parent == nullptr ? pair.above : pair.parent->live;
+        if (live.encryptionRoot != pair.name || above == nullptr ||
+            above->encryptionRoot != owner) {
             draft_.CannotDo(pair.name, "encryptionroot", owner, std::string(live.encryptionRoot),
                             "only `zfs change-key`, with a new key, makes it");
             return;
@@ -149,6 +155,8 @@ private:
         if (root == nullptr || root->live == nullptr ||
             ValueOf(*root->live, "keystatus") != "unavailable")
             return std::nullopt;
+        if (root->live->encryptionRoot != root->name)
+            return NeedKey(pairs_.FindLive(root->live->encryptionRoot));
         const auto known = keySteps_.find(root);
         if (known != keySteps_.end())
             return known->second;
@@ -225,8 +233,14 @@ private:
     }
 
     void RestoreKey(DatasetPair& pair) {
-        if (pair.saved->isMounted && !pair.saved->encryptionRoot.empty())
-            pair.key = NeedKey(pairs_.Find(pair.saved->encryptionRoot));
+        if (pair.live != nullptr && ValueOf(*pair.saved, "keystatus") == "available" &&
+            ValueOf(*pair.live, "keystatus") == "unavailable") {
+            pair.key = NeedKey(&pair);
+            if (!pair.key)
+                draft_.CannotDo(pair.name, "keystatus", "available", "unavailable",
+                                "its key is that of " + std::string(pair.live->encryptionRoot) +
+                                    ", which is not restored here");
+        }
         if (pair.live == nullptr || pair.saved->encryptionRoot != pair.saved->name ||
             pair.live->encryptionRoot != pair.name)
             return;
@@ -290,7 +304,7 @@ CreationOptions CreationOptionsOf(const PlanInput& input, const DatasetState& sa
         for (const char* property : {"utf8only", "normalization", "casesensitivity"})
             give(property);
         const bool isOpenZfs = !input.Tools().version.empty();
-        if (!isOpenZfs || ValueOf(saved, "version") != "5")
+        if (!isOpenZfs || WholeNumber(ValueOf(saved, "version")).value_or(5) < 5)
             give("version");
     }
     const std::string_view cipher = ValueOf(saved, "encryption");

@@ -37,6 +37,8 @@ std::optional<PlanDraft::StepId> PlanDraft::MakerOf(std::string_view object) con
 void PlanDraft::CannotDo(std::string_view object, std::string_view property,
                          std::optional<std::string> saved, std::optional<std::string> live,
                          std::string reason) {
+    if (!said_.insert({std::string(object), std::string(property), reason}).second)
+        return;
     plan_.cannot.push_back({std::string(object), std::string(property), std::move(saved),
                             std::move(live), std::move(reason)});
 }

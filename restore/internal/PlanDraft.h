@@ -2,6 +2,7 @@
 
 #include "restore/Plan.h"
 
+#include <array>
 #include <cstddef>
 #include <map>
 #include <optional>
@@ -37,6 +38,7 @@ public:
     /// The step that makes the pool or dataset, if one does.
     [[nodiscard]] std::optional<StepId> MakerOf(std::string_view object) const;
 
+    /// Once, however often it is said.
     void CannotDo(std::string_view object, std::string_view property,
                   std::optional<std::string> saved, std::optional<std::string> live,
                   std::string reason);
@@ -56,6 +58,7 @@ private:
     Plan plan_;
     std::map<std::string, StepId, std::less<>> makers_;
     std::set<std::string, std::less<>> leftOut_;
+    std::set<std::array<std::string, 3>> said_; ///< what cannot be done: object, property, reason
 };
 
 } // namespace zfslib::restore::internal

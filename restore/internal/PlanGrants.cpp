@@ -179,6 +179,11 @@ public:
                             "they were not saved: " + saved.holdsDoubt);
             return;
         }
+        if (live != nullptr && !live->holdsDoubt.empty()) {
+            draft_.CannotDo(name, "holds", std::nullopt, std::nullopt,
+                            "they cannot be read: " + live->holdsDoubt);
+            return;
+        }
         for (const std::string& tag : saved.holds) {
             if (live != nullptr && std::binary_search(live->holds.begin(), live->holds.end(), tag))
                 continue;

@@ -53,7 +53,8 @@ private:
             return;
         for (const std::string_view property : properties) {
             const PropertyValue* saved = pair.saved->Find(property);
-            if (saved == nullptr || (property == "refreservation" && IsThickOnBothSides(pair)))
+            if (saved == nullptr ||
+                (property == "refreservation" && (IsThickOnBothSides(pair) || IsTooLarge(pair))))
                 continue;
             const PropertyNow now = pair.Now(property);
             const auto from = now.value ? Amount(property, *now.value) : std::nullopt;
@@ -95,8 +96,19 @@ private:
         const auto liveSize = NumberNow(pair, "volsize");
         const auto saved = Saved(pair, "refreservation");
         const auto live = NumberNow(pair, "refreservation");
-        return savedSize && savedSize == liveSize && saved && live && *saved >= *savedSize &&
-               *live >= *liveSize;
+        const auto isThick = [&](std::optional<std::uint64_t> reservation) {
+            constexpr std::uint64_t metadata = 32U << 20U;
+            return reservation && *reservation >= *savedSize &&
+                   *reservation / 2 <= *savedSize + metadata;
+        };
+        return savedSize && savedSize == liveSize && isThick(saved) && isThick(live);
+    }
+
+    /// What stays larger than it was stays reserved as it is.
+    [[nodiscard]] static bool IsTooLarge(const DatasetPair& pair) {
+        const auto saved = Saved(pair, "volsize");
+        const auto live = NumberNow(pair, "volsize");
+        return !pair.IsFilesystem() && saved && live && *saved < *live;
     }
 
     void Resize(DatasetPair& pair) {
@@ -107,10 +119,16 @@ private:
             return;
         if (*wanted < *now) {
             draft_.CannotDo(pair.name, "volsize", std::string(saved->Value()),
-                            pair.Now("volsize").value, "what is beyond its end would be lost");
+                            pair.Now("volsize").value,
+                            "what is beyond its end would be lost; its reservation stays, too");
             return;
         }
         std::optional<PlanDraft::StepId> writable;
+        if (pair.Now("readonly").value == "on" && !steps_.CanRestore(pair, "readonly")) {
+            draft_.CannotDo(pair.name, "volsize", std::string(saved->Value()),
+                            pair.Now("volsize").value, "it is read-only");
+            return;
+        }
         if (pair.Now("readonly").value == "on")
             writable = steps_.Set(pair, "readonly", "off", {Phase::Limits},
                                   "its size cannot change while it is read-only");

@@ -80,7 +80,7 @@ private:
     /// not.
     [[nodiscard]] static const char* ZoneOf(const DatasetPair& pair) {
         for (const char* property : {"zoned", "jailed"})
-            if (pair.live != nullptr && pair.live->Find(property) != nullptr &&
+            if ((pair.live == nullptr || pair.live->Find(property) != nullptr) &&
                 pair.Now(property).value == "on")
                 return property;
         return nullptr;
@@ -109,19 +109,39 @@ private:
             if (!WasInZone(pair)) {
                 steps_.Restore(pair, zone, {Phase::Mountpoints});
             } else if (moves || WillChange(pair, "sharenfs") || WillChange(pair, "sharesmb")) {
-                if (pair.live->isMounted)
-                    LeaveInZone(pair);
+                if ((pair.live != nullptr && pair.live->isMounted) ||
+                    !steps_.CanRestore(pair, zone))
+                    LeaveInZone(pair, "it is in a zone, which has to let go of it first");
                 else
                     steps_.Set(pair, zone, "off", {Phase::Mountpoints},
                                "a mount point cannot change while it is " + std::string(zone));
             }
         }
+        MindOthersInZones(moving);
     }
 
-    void LeaveInZone(const DatasetPair& pair) {
-        inUse_.insert(&pair);
-        draft_.CannotDo(pair.name, "mountpoint", std::nullopt, std::nullopt,
-                        "it is mounted in its zone, which has to stop first");
+    /// The tool refuses a mount point that a zoned file system inherits.
+    void MindOthersInZones(const std::set<const DatasetPair*>& moving) {
+        for (const DatasetState& live : input_.live.state.datasets) {
+            if (pairs_.FindLive(live.name) != nullptr || ZoneAtFirst(live) == nullptr)
+                continue;
+            const PropertyValue* mountpoint = live.Find("mountpoint");
+            for (std::string_view name = live.name;
+                 !name.empty() && (mountpoint == nullptr || !IsOwn(*mountpoint));) {
+                name = NameAbove(name);
+                const DatasetPair* pair = pairs_.FindLive(name);
+                const DatasetState* above = input_.live.state.FindDataset(name);
+                mountpoint = above == nullptr ? nullptr : above->Find("mountpoint");
+                if (pair != nullptr && moving.find(pair) != moving.end())
+                    LeaveInZone(*pair,
+                                "what it hands down is in a zone: " + std::string(live.name));
+            }
+        }
+    }
+
+    void LeaveInZone(const DatasetPair& pair, std::string reason) {
+        if (inUse_.insert(&pair).second)
+            draft_.CannotDo(pair.name, "mountpoint", std::nullopt, std::nullopt, std::move(reason));
     }
 
     void RestoreProperties() {
@@ -142,10 +162,17 @@ private:
             if (!pair.NeedsTurns())
                 continue;
             steps_.Restore(pair, "canmount", {Phase::Mountpoints, true});
-            RestoreShares(pair);
-            if (!IsReadOnly(pair))
-                steps_.Restore(pair, "readonly", {Phase::Mountpoints});
         }
+        // What closes comes first: what is open above is open below as well.
+        for (const bool isClosing : {true, false})
+            for (DatasetPair& pair : pairs_.All()) {
+                if (!pair.NeedsTurns())
+                    continue;
+                RestoreShares(pair, isClosing);
+                if (isClosing ? IsReadOnly(pair) && pair.Now("readonly").value == "on"
+                              : !IsReadOnly(pair))
+                    steps_.Restore(pair, "readonly", {Phase::Mountpoints});
+            }
         for (const char* property : {"zoned", "jailed"})
             for (DatasetPair& pair : pairs_.All())
                 if (pair.NeedsTurns())
@@ -153,13 +180,13 @@ private:
         ReleaseOthers();
     }
 
-    void RestoreShares(DatasetPair& pair) {
+    void RestoreShares(DatasetPair& pair, bool isClosing) {
         if (inUse_.find(&pair) != inUse_.end())
             return;
         // What is mounted is shared anew at once.
         const bool isMounted = pair.live != nullptr && pair.live->isMounted;
         for (const PropertyValue& saved : pair.saved->properties) {
-            if (!IsShareProperty(saved.Name()))
+            if (!IsShareProperty(saved.Name()) || (saved.Value() == "off") != isClosing)
                 continue;
             const auto shared = steps_.Restore(pair, std::string_view(saved.Name()),
                                                {Phase::Mountpoints, !isMounted});
@@ -203,7 +230,7 @@ private:
             if (canmount == nullptr || canmount->Value() != "on" ||
                 live->type != DatasetState::Type::Filesystem)
                 continue;
-            if (pair != nullptr)
+            if (pair != nullptr && steps_.CanRestore(*pair, "canmount"))
                 HoldBack(*pair, held);
             else if (heldBackOthers_.emplace(live, canmount).second)
                 held.push_back(
@@ -261,6 +288,11 @@ private:
                 mounting.from = MountedAt(*pair.live);
             if (pair.saved->isMounted && IsMountable(pair, point))
                 mounting.to = point;
+            if (mounting.from != mounting.to && IsLegacy(pair)) {
+                draft_.CannotDo(pair.name, "mounted", pair.saved->isMounted ? "yes" : "no", "yes",
+                                "it is mounted by something else than `zfs mount`");
+                continue;
+            }
             AddMounting(std::move(mounting));
         }
         for (const DatasetState& live : input_.live.state.datasets)
@@ -302,6 +334,12 @@ private:
             return;
         mounting.isUnmounted = heldBack_.find(mounting.name) != heldBack_.end();
         mounts_.push_back(std::move(mounting));
+    }
+
+    static bool IsLegacy(const DatasetPair& pair) {
+        const PropertyValue* mountpoint =
+            pair.live == nullptr ? nullptr : pair.live->Find("mountpoint");
+        return mountpoint != nullptr && pair.live->isMounted && mountpoint->Value() == "legacy";
     }
 
     /// What is mounted in a zone is that zone's.
@@ -346,7 +384,8 @@ private:
             return now.value.value_or("");
         if (pair.parent == nullptr)
             return now.value.value_or(std::string(pair.liveAltroot) + "/" + pair.name);
-        return Below(points_.at(pair.parent->name), pair.name);
+        const auto above = points_.find(pair.parent->name);
+        return above == points_.end() ? std::string() : Below(above->second, pair.name);
     }
 
     [[nodiscard]] bool IsMountable(const DatasetPair& pair, const std::string& point) {

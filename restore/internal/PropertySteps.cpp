@@ -24,6 +24,13 @@ void PropertySteps::Cannot(const DatasetPair& pair, const PropertyValue& saved,
                     std::move(reason));
 }
 
+bool PropertySteps::CanRestore(const DatasetPair& pair, std::string_view property) const {
+    const PropertyValue* saved = pair.saved->Find(property);
+    const PropertyValue* live = pair.live == nullptr ? nullptr : pair.live->Find(property);
+    return saved != nullptr && saved->IsExact() && saved->Source() != PropertySource::Temporary &&
+           saved->Source() != PropertySource::None && (live == nullptr || live->IsExact());
+}
+
 bool PropertySteps::IsEqual(const PropertyValue& saved, const PropertyValue& live) const {
     return saved.Source() == live.Source() && saved.Value() == live.Value() && saved.IsExact() &&
            live.IsExact() && saved.Received() == live.Received() &&
@@ -130,7 +137,7 @@ PropertySteps::Restore(DatasetPair& pair, const PropertyValue& saved, const Turn
             Cannot(pair, saved, "only creation can set it");
         return std::nullopt;
     }
-    if (saved.Source() == PropertySource::None)
+    if (saved.Source() == PropertySource::None && !saved.IsUser())
         return std::nullopt;
     if (kind == PropertyKind::Unknown) {
         if (saved.Source() == PropertySource::Local || saved.Source() == PropertySource::Received)
@@ -172,14 +179,15 @@ PropertySteps::RestoreInheritable(DatasetPair& pair, const PropertyValue& saved,
 std::optional<PlanDraft::StepId>
 PropertySteps::RestoreUnset(DatasetPair& pair, const PropertyValue& saved, const Turn& turn) {
     const std::string& name = saved.Name();
-    const bool wasDefault = saved.Source() == PropertySource::Default;
+    const bool wasDefault = saved.Source() != PropertySource::Inherited;
     const PropertyNow now = pair.Now(name);
     PropertyNow above = pair.NowFromAbove(name);
     const bool isSetAbove = above.source == PropertySource::Inherited;
     // A dataset in another place has another mount point from above, as it should.
     const bool moves = name == "mountpoint" && pair.name != pair.saved->name;
+    const bool isSameAnyhow = !now.IsOwn() && IsSame(pair, saved, now);
     const bool comesFromAbove =
-        isSetAbove ? moves || IsSame(pair, saved, above) : wasDefault || moves;
+        moves || (isSetAbove ? IsSame(pair, saved, above) : wasDefault || isSameAnyhow);
     if (comesFromAbove) {
         if (now.IsOwn() || now.source == PropertySource::Temporary) {
             if (wasDefault && !isSetAbove)
@@ -230,11 +238,20 @@ PropertySteps::RestoreOwn(DatasetPair& pair, const PropertyValue& saved, const T
 void PropertySteps::RemoveOthers(DatasetPair& pair) {
     if (pair.live == nullptr)
         return;
-    for (const PropertyValue& live : pair.live->properties)
-        if (live.IsUser() && live.IsExact() && pair.saved->Find(live.Name()) == nullptr &&
-            pair.Now(live.Name()).IsOwn())
+    for (const PropertyValue& live : pair.live->properties) {
+        const bool isSet = IsOwn(live);
+        const bool isFromOutside =
+            pair.parent == nullptr && live.Source() == PropertySource::Inherited;
+        if ((!isSet && !isFromOutside) || pair.saved->Find(live.Name()) != nullptr ||
+            KindOf(input_.Tools(), live.Name()) == PropertyKind::Fixed)
+            continue;
+        if (!live.IsUser() || !live.IsExact() || isFromOutside)
+            draft_.Say(pair.name, live.Name() + (isSet ? " is set" : " is inherited from above") +
+                                      ", and was not known when the state was saved");
+        else
             Inherit(pair, live.Name(), Back::ToNone, pair.NowFromAbove(live.Name()), {},
                     "was not set");
+    }
 }
 
 } // namespace zfslib::restore::internal

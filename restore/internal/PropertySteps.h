@@ -29,6 +29,8 @@ public:
     /// Inherits the user properties that are live and were not saved.
     void RemoveOthers(DatasetPair& pair);
 
+    /// Whether a property that was changed for a while can be given back.
+    [[nodiscard]] bool CanRestore(const DatasetPair& pair, std::string_view property) const;
     /// Whether a property is the same here and there, source and all.
     [[nodiscard]] bool IsEqual(const PropertyValue& saved, const PropertyValue& live) const;
     /// Whether the saved value says the same as the one that is there now.
