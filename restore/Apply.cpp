@@ -69,9 +69,12 @@ bool IsReached(const Step& step, std::string_view value) {
     using internal::Canonical;
     if (Canonical(step.property, value, {}) == Canonical(step.property, *step.willBe, {}))
         return true;
-    // An enabled feature may be in use at once.
-    return util::str_is_starts_with(step.property, "feature@") && step.willBe == "enabled" &&
-           value == "active";
+    if (step.words.front() != "zpool")
+        return false;
+    // A pool's text that is taken away prints as "-", and an enabled feature may be in use at once.
+    return (step.willBe->empty() && value == "-") || (*step.willBe == "none" && value == "0") ||
+           (util::str_is_starts_with(step.property, "feature@") && step.willBe == "enabled" &&
+            value == "active");
 }
 
 class Applier {

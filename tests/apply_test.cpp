@@ -121,7 +121,8 @@ TEST(PlanScript, GivesEveryWordByteForByteInEveryShell) {
         SCOPED_TRACE(shell);
         host.Run(shell + " -n plan.sh", ending);
         EXPECT_EQ(ending, "0 ");
-        EXPECT_EQ(host.Run(shell + " plan.sh prepare </dev/null", ending), WordsOf(plan, 0, 3));
+        EXPECT_EQ(host.Run("printf x | " + shell + " plan.sh prepare", ending),
+                  WordsOf(plan, 0, 3));
         EXPECT_EQ(ending, "0 ");
         EXPECT_EQ(host.Run(shell + " plan.sh", ending), WordsOf(plan, 0, 4));
         EXPECT_THAT(ending, HasSubstr("1 no\n"));
@@ -139,6 +140,7 @@ TEST(PlanScript, GivesEveryWordByteForByteInEveryShell) {
         }
     }
     EXPECT_GE(shells, 2);
+    EXPECT_THAT(PlanScript(plan, ""), HasSubstr("\\nexit 8 \\xff\nstep 3 "));
     EXPECT_THAT(PlanScript(plan, ""), HasSubstr("disk1='/dev/a b'\ndisk2='/dev/c'\n"));
     EXPECT_THAT(PlanScript(plan, ""),
                 HasSubstr("\nstep 1 zpool create \"$disk1\" \"$disk2\" tank\n"));

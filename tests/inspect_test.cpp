@@ -91,6 +91,35 @@ const std::string list = commands::zfsList.substr(commands::env.size());
 
 } // namespace
 
+TEST(Inspect, EndsAsThePlanSays) {
+    const std::string saved = std::string(ZFSLIB_RECORDINGS) + "/files-state.rec";
+    const TestFile same("same.rec"); // the saved state, asked for a plan of itself
+    std::ofstream(same.Path()) << std::ifstream(saved).rdbuf();
+    same.Record("zpool list -H -o name", "tank\n");
+    struct Case {
+        std::string live;
+        std::vector<std::string> arguments;
+        int status;
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        {same.Path(), {"--exit-code"}, 0, "\n\nnothing to do\n"},
+        {same.Path(), {"tank/lun", "tank/none"}, 1, "[tank/none] was not saved in "},
+        {"files-drift", {}, 0, "2 to create or add, 13 to set"},
+        {"files-drift", {"--exit-code"}, 3, "\n    + create  -u "},
+        {"files-lost", {"--exit-code"}, 4, "\nnothing to do, 1 that cannot be done"},
+        {"files-lost", {"--disk", "=x"}, 2, "[=x] is refused"},
+        {"files-lost", {"--rename", "tank=a", "--rename", "tank=b"}, 2, "has another one already"},
+        {"files-lost", {"--rename", "tank"}, 2, "[tank] is refused"},
+    };
+    for (Case test : cases) {
+        test.arguments.insert(test.arguments.begin(), {"plan", "--saved", saved});
+        const Outcome outcome = Replay(test.live, test.arguments);
+        EXPECT_EQ(test.status, outcome.status) << test.text << outcome.err;
+        EXPECT_THAT(outcome.out + outcome.err, HasSubstr(test.text));
+    }
+}
+
 TEST(Inspect, ShowsThePoolsBesideASickOne) {
     const TestFile host("sick.rec");
     host.Record("zpool list -o name,size,alloc",
