@@ -21,6 +21,7 @@ struct ImportablePool {
     /// Where it was found, of a pool made of files: `zpool import -d`. Empty for the places where
     /// the tool looks by itself.
     std::vector<std::string> folders;
+    std::vector<std::string> devices; ///< the names in its table of devices, of groups included
 };
 
 /// A disk or file that a pool is to be made of.

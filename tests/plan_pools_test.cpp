@@ -94,6 +94,7 @@ TEST_F(LiveHost, IsSearchedForWhatAMissingPoolIsMadeOf) {
     EXPECT_EQ(live.importablePools[0].name + live.importablePools[0].guid +
                   live.importablePools[0].state + live.importablePools[0].action,
               "rpool12ONLINEThe pool can be imported.");
+    EXPECT_THAT(live.importablePools[0].devices, ElementsAre("pool:"));
     std::string disks;
     for (const DiskState& disk : live.disks)
         disks += disk.path + (disk.isThere ? "|there|" : "|missing|") + disk.usedBy +
@@ -336,15 +337,20 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
                            " 'sde=NEW' names another\n"
                            ": 1 dataset waits for it: make the plan again when it is there\n");
 
+    pair.live.disks[2].usedBy.clear();
+    pair.live.importablePools = {{"q", "3", "ONLINE", "", {}, {"q", "id-a"}}};
+    EXPECT_THAT(pair.Plan(options), HasSubstr("had: sda (/dev/disk/by-id/id-a) is part of the pool"
+                                              " q (3), which could be imported, --disk"));
     const std::string waits = ": 1 dataset waits for it: make the plan again when it is there\n";
-    pair.live.importablePools = {{"p", "2", "ONLINE", "", {}}, {"x", "1", "FAULTED", "Buy.", {}}};
+    pair.live.importablePools = {{"p", "2", "ONLINE", "", {}, {}},
+                                 {"x", "1", "FAULTED", "Buy.", {}, {}}};
     const std::string other =
         ": a pool that could be imported says that it is p, but is not the one"
         " that was saved (2, saved: 1)\n";
     EXPECT_EQ(pair.Plan(), "! : the saved pool is there but cannot be imported as it is, and is not"
                            " made anew in its place; the tool says: Buy.\n" +
                                other + waits);
-    pair.live.importablePools.push_back({"x", "1", "DEGRADED", "", {"/f"}});
+    pair.live.importablePools.push_back({"x", "1", "DEGRADED", "", {"/f"}, {}});
     EXPECT_EQ(pair.Plan(), "zpool import -d /f -N 1 p\n" + other + waits);
 }
 

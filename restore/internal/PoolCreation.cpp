@@ -33,6 +33,16 @@ bool IsWell(const ImportablePool& pool) {
     return pool.state == "ONLINE" || pool.state == "DEGRADED";
 }
 
+/// Whether a pool that could be imported has the disk. The tool calls it by some link without its
+/// folder, or a file by its path.
+bool IsPartOf(const LayoutDisk& disk, const ImportablePool& pool) {
+    const std::string last = disk.word.substr(disk.word.rfind('/') + 1);
+    return std::any_of(pool.devices.begin(), pool.devices.end(), [&](const std::string& name) {
+        return name == disk.word || name == last ||
+               (disk.namedBy.empty() && name == disk.device->name);
+    });
+}
+
 /// Plans one pool that is missing.
 class PoolCreation {
 public:
@@ -130,6 +140,10 @@ private:
             return "is not there";
         if (!state->usedBy.empty() && !(use == Use::Spare && state->isOnlySpare))
             return "is used by the pool " + state->usedBy;
+        for (const ImportablePool& pool : settings_.Input().live.importablePools)
+            if (IsPartOf(disk, pool))
+                return "is part of the pool " + pool.name + " (" + pool.guid +
+                       "), which could be imported";
         const auto other = given.find(disk.word);
         if (other != given.end() && !(use == Use::Spare && other->second == "spare"))
             return "is to be used twice";
@@ -150,8 +164,10 @@ private:
                     mine[disk.word] = group.use == Use::Spare ? "spare" : "device";
                 else
                     here += (here.empty() ? "" : "; ") + disk.whatToName +
-                            (disk.word.empty() ? "" : " (" + disk.word + ")") + " " + whyNot +
-                            ", --disk '" + disk.whatToName + "=NEW' names another";
+                            (disk.word.empty() || disk.word == disk.whatToName
+                                 ? ""
+                                 : " (" + disk.word + ")") +
+                            " " + whyNot + ", --disk '" + disk.whatToName + "=NEW' names another";
             }
             if (here.empty() || IsNumbered(group.use))
                 groups.push_back(group);

@@ -103,6 +103,8 @@ std::vector<ImportablePool> ReadImportablePools(std::string_view text) {
             line.remove_prefix(1);
             if (title == "action:" && !pools.empty())
                 pools.back().action.append(" ").append(line);
+            else if (title == "config:" && !pools.empty())
+                pools.back().devices.emplace_back(util::ConsumeWord(line));
             continue;
         }
         title = util::ConsumeWord(line);
