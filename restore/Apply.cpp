@@ -60,7 +60,7 @@ std::string ReadBackCommand(const Step& step) {
     if (step.property.empty() || !step.willBe)
         return {};
     std::string command = step.words.front() + " get -Hp -o value,source " +
-                          util::ShellWord(step.property) + " " + util::ShellWord(step.object);
+                          util::ShellOperand(step.property) + " " + util::ShellWord(step.object);
     return step.device.empty() ? command : command + " " + util::ShellWord(step.device);
 }
 

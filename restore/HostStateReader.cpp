@@ -39,6 +39,7 @@ using internal::StateCommands;
 using internal::StateMoved;
 using internal::ValueOf;
 using internal::WasRefused;
+using util::ShellOperand;
 using util::ShellWord;
 
 std::string ShellWords(const std::vector<std::string_view>& names) {
@@ -332,7 +333,7 @@ private:
         const auto ask = [&](std::string_view object, std::string_view property,
                              std::string_view column) {
             std::string line = "zfs get -Hp -o ";
-            line.append(column).append(" ").append(ShellWord(property)).append(" ") +=
+            line.append(column).append(" ").append(ShellOperand(property)).append(" ") +=
                 ShellWord(object);
             return commands_.RunAgain(line);
         };

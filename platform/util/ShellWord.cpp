@@ -12,4 +12,8 @@ std::string ShellWord(std::string_view text) {
     return word + "'";
 }
 
+std::string ShellOperand(std::string_view text) {
+    return (text.substr(0, 1) == "-" ? "-- " : "") + ShellWord(text);
+}
+
 } // namespace util

@@ -11,4 +11,8 @@ namespace util {
 /// Not for csh and its kind, which act upon "!" there.
 [[nodiscard]] ZFSLIB_EXPORT std::string ShellWord(std::string_view text);
 
+/// The same of the first operand behind the options of a command: with "--" before one that begins
+/// with "-".
+[[nodiscard]] ZFSLIB_EXPORT std::string ShellOperand(std::string_view text);
+
 } // namespace util

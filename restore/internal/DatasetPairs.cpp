@@ -49,7 +49,8 @@ PropertyNow DatasetPair::Now(std::string_view property) const {
         PropertyNow now = NowOf(*shown);
         const bool isFromAbove =
             now.source == PropertySource::Inherited || now.source == PropertySource::Default;
-        if (isFromAbove && parent != nullptr && parent->HandsDownOther(property)) {
+        if (isFromAbove && parent != nullptr && parent->HandsDownOther(property) &&
+            KindOf(*tools, property) == PropertyKind::Inheritable) {
             std::optional<std::string> received = std::move(now.received);
             now = NowFromAbove(property);
             now.received = std::move(received);
@@ -106,17 +107,23 @@ std::string DatasetPair::CipherAbove() const {
 }
 
 DatasetPairs::DatasetPairs(const PlanInput& input, PlanDraft& draft) {
+    std::vector<std::pair<std::string, const DatasetState*>> wanted;
     for (const DatasetState& saved : input.saved.datasets) {
-        const std::string name = input.options.NewName(saved.name);
-        if (!input.options.IsWanted(saved.name) || draft.IsLeftOut(PoolOf(name)))
-            continue;
+        std::string name = input.options.NewName(saved.name);
+        if (input.options.IsWanted(saved.name) && !draft.IsLeftOut(PoolOf(name)))
+            wanted.emplace_back(std::move(name), &saved);
+    }
+    if (!input.options.renames.empty())
+        std::stable_sort(wanted.begin(), wanted.end(), [](const auto& a, const auto& b) {
+            return ComesBefore(a.first, b.first);
+        });
+    for (const auto& [name, savedState] : wanted) {
+        const DatasetState& saved = *savedState;
         DatasetPair pair;
         pair.tools = &input.Tools();
         pair.saved = &saved;
         pair.live = input.live.state.FindDataset(name);
-        pair.parent = Find(NameAbove(saved.name));
-        if (pair.parent != nullptr && pair.parent->name != NameAbove(name))
-            pair.parent = nullptr; // it gets another place
+        pair.parent = FindLive(NameAbove(name));
         pair.name = name;
         if (pair.parent == nullptr)
             pair.above = FindByName(input.live.above, NameAbove(name));
@@ -137,6 +144,13 @@ DatasetPair* DatasetPairs::Find(std::string_view saved) const {
     return found == bySavedName_.end() ? nullptr : found->second;
 }
 
+std::deque<DatasetPair>::iterator DatasetPairs::FirstWithin(std::string_view top) {
+    return std::lower_bound(pairs_.begin(), pairs_.end(), top,
+                            [](const DatasetPair& pair, std::string_view name) {
+                                return ComesBefore(pair.name, name);
+                            });
+}
+
 DatasetPair* DatasetPairs::FindLive(std::string_view live) const {
     const auto found = byName_.find(live);
     return found == byName_.end() ? nullptr : found->second;
@@ -152,9 +166,22 @@ bool DatasetPairs::CanBe(const DatasetPair& pair, PlanDraft& draft) const {
         return false;
     }
     const std::string_view above = NameAbove(pair.name);
-    if (!above.empty() && pair.parent == nullptr && pair.above == nullptr) {
+    if (!above.empty() && pair.parent == nullptr && pair.above == nullptr &&
+        !draft.MakerOf(above)) {
         draft.CannotDo(pair.name, "", std::nullopt, std::nullopt,
                        util::str_format("%1 is not there, and nothing here makes it", above));
+        return false;
+    }
+    const PropertyValue* size = saved.Find("volsize");
+    if (!pair.IsFilesystem() && (size == nullptr || !size->IsExact() || size->Value() == "-")) {
+        draft.CannotDo(pair.name, "volsize", std::nullopt, std::nullopt, "its size is not known");
+        return false;
+    }
+    const PropertyValue* source = saved.Find("keysource"); // Solaris
+    if (source != nullptr && source->Source() == PropertySource::Local &&
+        KindOf(*pair.tools, "keysource") == PropertyKind::Unknown) {
+        draft.CannotDo(pair.name, "keysource", std::string(source->Value()), std::nullopt,
+                       "this host's tools know no such keys, and it would not be encrypted");
         return false;
     }
     const bool takesKey = !saved.encryptionRoot.empty() && saved.encryptionRoot != saved.name;

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace zfslib::restore::internal {
 
@@ -42,6 +43,8 @@ struct DatasetPair {
     std::string_view savedAltroot;       ///< of its pool; empty when there is none
     std::string_view liveAltroot;
     std::optional<PlanDraft::StepId> key; ///< the step that loads its key, if one does
+    /// Steps that have to be done before it, or what is below it, is mounted.
+    std::vector<PlanDraft::StepId> beforeMount;
     /// What the steps so far made of its properties.
     std::map<std::string, PropertyNow, std::less<>> changed;
 
@@ -74,6 +77,8 @@ public:
     DatasetPairs(const PlanInput& input, PlanDraft& draft);
 
     [[nodiscard]] std::deque<DatasetPair>& All() noexcept { return pairs_; }
+    /// The first that is `top` or comes behind it.
+    [[nodiscard]] std::deque<DatasetPair>::iterator FirstWithin(std::string_view top);
     /// By its saved name.
     [[nodiscard]] DatasetPair* Find(std::string_view saved) const;
     /// By its live name.

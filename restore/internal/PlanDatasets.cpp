@@ -124,6 +124,8 @@ private:
             draft_.CannotDo(pair.name, "origin", std::string(saved.origin),
                             std::string(live.origin),
                             "a clone comes with its data, or by `zfs promote`");
+        if (saved.origin.empty() && !live.origin.empty())
+            draft_.Say(pair.name, "is a clone of " + std::string(live.origin) + ", and was none");
         const std::string owner = input_.options.NewName(saved.encryptionRoot);
         if (owner == live.encryptionRoot || owner.empty() || live.encryptionRoot.empty())
             return;
@@ -308,6 +310,13 @@ CreationOptions CreationOptionsOf(const PlanInput& input, const DatasetState& sa
             give("version");
     }
     const std::string_view cipher = ValueOf(saved, "encryption");
+    const PropertyValue* keysource = saved.Find("keysource"); // Solaris
+    if (keysource != nullptr && keysource->Source() == PropertySource::Local) {
+        give("encryption");
+        give("keysource");
+        options.asksFor = "a key for " + input.options.NewName(saved.name);
+        return options;
+    }
     if (saved.encryptionRoot == saved.name && !saved.encryptionRoot.empty()) {
         give("encryption");
         give("keyformat");

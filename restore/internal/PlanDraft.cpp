@@ -1,10 +1,18 @@
 #include "restore/internal/PlanDraft.h"
 
+#include "util/str.h"
+
 #include <algorithm>
 #include <numeric>
 #include <utility>
 
 namespace zfslib::restore::internal {
+
+void AddOperand(std::vector<std::string>& words, std::string operand) {
+    if (util::str_is_starts_with(operand, "-"))
+        words.emplace_back("--");
+    words.push_back(std::move(operand));
+}
 
 PlanDraft::StepId PlanDraft::Add(Step step) {
     const auto maker = MakerOf(step.object.substr(0, step.object.find('@')));

@@ -23,6 +23,9 @@ struct PlanInput {
     [[nodiscard]] const ToolsState& Tools() const noexcept { return live.state.tools; }
 };
 
+/// Adds a word that may look like an option: names of user properties may begin with "-".
+void AddOperand(std::vector<std::string>& words, std::string operand);
+
 /// Steps as they come; they get into order when all are known.
 class PlanDraft {
 public:

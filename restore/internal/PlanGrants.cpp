@@ -192,9 +192,9 @@ public:
             step.action = Action::Hold;
             step.object = name;
             step.property = "hold";
-            step.words = {"zfs", "hold", tag, name};
-            if (util::str_is_starts_with(tag, "-"))
-                step.words.insert(step.words.begin() + 2, "--");
+            step.words = {"zfs", "hold"};
+            AddOperand(step.words, tag);
+            step.words.push_back(name);
             step.willBe = tag;
             draft_.Add(std::move(step));
         }
@@ -251,14 +251,16 @@ private:
             const PropertyValue* now = FindProperty(there, property.Name());
             if (now != nullptr && now->Value() == property.Value())
                 continue;
-            if (!property.IsExact()) {
+            if (!property.IsExact() || (now != nullptr && !now->IsExact())) {
                 draft_.CannotDo(name, property.Name(), std::string(property.Value()), std::nullopt,
-                                "its saved value is not certain: " + property.Doubt());
+                                "its value is not certain: " +
+                                    (property.IsExact() ? now->Doubt() : property.Doubt()));
                 continue;
             }
             Step step = UserPropertyStep(name, property.Name(), Action::Set);
-            step.words = {"zfs", "set",
-                          std::string(property.Name()) + "=" + std::string(property.Value()), name};
+            step.words = {"zfs", "set"};
+            AddOperand(step.words, property.Name() + "=" + std::string(property.Value()));
+            step.words.push_back(name);
             if (now != nullptr)
                 step.was = std::string(now->Value());
             step.willBe = std::string(property.Value());
@@ -268,7 +270,9 @@ private:
             if (FindProperty(saved.userProperties, property.Name()) != nullptr)
                 continue;
             Step step = UserPropertyStep(name, property.Name(), Action::Inherit);
-            step.words = {"zfs", "inherit", property.Name(), name};
+            step.words = {"zfs", "inherit"};
+            AddOperand(step.words, property.Name());
+            step.words.push_back(name);
             step.was = std::string(property.Value());
             step.why = "was not set";
             draft_.Add(std::move(step));

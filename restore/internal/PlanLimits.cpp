@@ -113,6 +113,9 @@ private:
 
     void Resize(DatasetPair& pair) {
         const PropertyValue* saved = pair.saved->Find("volsize");
+        if (saved != nullptr && !(saved->IsExact() && pair.Now("volsize").doubt.empty()))
+            draft_.CannotDo(pair.name, "volsize", std::string(saved->Value()),
+                            pair.Now("volsize").value, "one of the values is not certain");
         const auto wanted = Saved(pair, "volsize");
         const auto now = NumberNow(pair, "volsize");
         if (saved == nullptr || !wanted || !now || wanted == now)

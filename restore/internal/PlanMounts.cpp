@@ -153,7 +153,7 @@ private:
             if (!placed)
                 continue;
             placed_[&pair] = *placed;
-            beforeMount_[&pair].push_back(*placed);
+            pair.beforeMount.push_back(*placed);
             if (pair.live != nullptr && wasOwn && !pair.Now("mountpoint").IsOwn())
                 for (const PlanDraft::StepId held : HoldBack(pair.name))
                     draft_.Need(*placed, held);
@@ -191,7 +191,7 @@ private:
             const auto shared = steps_.Restore(pair, std::string_view(saved.Name()),
                                                {Phase::Mountpoints, !isMounted});
             if (shared)
-                beforeMount_[&pair].push_back(*shared);
+                pair.beforeMount.push_back(*shared);
         }
     }
 
@@ -236,10 +236,10 @@ private:
                 held.push_back(
                     draft_.Add(CanmountStep(live->name, "on", "noauto", Phase::Unmounts)));
         }
-        for (DatasetPair& pair : pairs_.All())
-            if (pair.live == nullptr && IsWithin(pair.name, top) &&
-                (passedOver.empty() || !IsWithin(pair.name, passedOver)))
-                HoldBack(pair, held);
+        for (auto pair = pairs_.FirstWithin(top);
+             pair != pairs_.All().end() && IsWithin(pair->name, top); ++pair)
+            if (pair->live == nullptr)
+                HoldBack(*pair, held);
         return held;
     }
 
@@ -255,7 +255,7 @@ private:
         step.phase = phase;
         step.object = name;
         step.property = "canmount";
-        step.words = {"zfs", "set", "-u", std::string("canmount=") + willBe, std::string(name)};
+        step.words = {"zfs", "set", std::string("canmount=") + willBe, std::string(name)};
         step.was = was;
         step.willBe = willBe;
         step.why = "is not to be mounted by the way; it was not saved";
@@ -460,9 +460,8 @@ private:
             if (mounting.pair != nullptr)
                 draft_.Need(id, mounting.pair->key);
             for (const DatasetPair* pair = mounting.pair; pair != nullptr; pair = pair->parent)
-                if (const auto before = beforeMount_.find(pair); before != beforeMount_.end())
-                    for (const PlanDraft::StepId step : before->second)
-                        draft_.Need(id, step);
+                for (const PlanDraft::StepId step : pair->beforeMount)
+                    draft_.Need(id, step);
             if (const auto* above = FindAbove(done, mounting.to))
                 draft_.Need(id, *above);
             done.emplace(mounting.to, id);
@@ -534,9 +533,7 @@ private:
         points_; ///< mount points behind the steps, by name
     std::vector<Mounting> mounts_;
     std::map<const DatasetPair*, PlanDraft::StepId> placed_; ///< the steps of mount points
-    /// What has to be so before it, or what is below it, is mounted.
-    std::map<const DatasetPair*, std::vector<PlanDraft::StepId>> beforeMount_;
-    std::set<const DatasetPair*> inUse_; ///< is mounted in a zone
+    std::set<const DatasetPair*> inUse_;                     ///< is mounted in a zone
     std::set<std::string, std::less<>> heldBack_;
     std::map<const DatasetState*, const PropertyValue*> heldBackOthers_;
 };

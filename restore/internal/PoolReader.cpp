@@ -17,6 +17,7 @@
 namespace zfslib::restore::internal {
 namespace {
 
+using util::ShellOperand;
 using util::ShellWord;
 
 class PoolReader {
@@ -56,7 +57,7 @@ private:
         const auto ask = [&](std::string_view object, std::string_view property,
                              std::string_view column) {
             std::string line = "zpool get -Hp -o ";
-            line.append(column).append(" ").append(ShellWord(property)).append(" ") +=
+            line.append(column).append(" ").append(ShellOperand(property)).append(" ") +=
                 ShellWord(pool);
             if (object != pool)
                 line += " " + ShellWord(object);

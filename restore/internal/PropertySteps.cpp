@@ -8,6 +8,11 @@
 namespace zfslib::restore::internal {
 namespace {
 
+/// Whether it is not to be mounted without this.
+bool IsGuard(std::string_view property) {
+    return property == "setuid" || property == "exec" || property == "devices";
+}
+
 std::string Printed(std::string_view stored, std::string_view altroot) {
     if (stored.empty() || stored.front() != '/' || altroot.size() < 2)
         return std::string(stored);
@@ -65,7 +70,7 @@ PlanDraft::StepId PropertySteps::Set(DatasetPair& pair, std::string_view propert
     step.words = {"zfs", "set"};
     if (turn.isOnlyRecorded && TakesOption(input_.Tools().zfsUsage, "set", 'u'))
         step.words.emplace_back("-u");
-    step.words.push_back(std::string(property) + "=" + std::string(word));
+    AddOperand(step.words, std::string(property) + "=" + std::string(word));
     step.words.push_back(pair.name);
     step.was = becomes.value;
     becomes.value =
@@ -76,8 +81,12 @@ PlanDraft::StepId PropertySteps::Set(DatasetPair& pair, std::string_view propert
     step.why = std::move(why);
     step.isPinned = isPinned;
     becomes.source = PropertySource::Local;
+    becomes.doubt.clear();
     pair.changed[std::string(property)] = std::move(becomes);
-    return draft_.Add(std::move(step));
+    const auto id = draft_.Add(std::move(step));
+    if (IsGuard(property))
+        pair.beforeMount.push_back(id);
+    return id;
 }
 
 PlanDraft::StepId PropertySteps::Inherit(DatasetPair& pair, std::string_view property, Back back,
@@ -90,13 +99,16 @@ PlanDraft::StepId PropertySteps::Inherit(DatasetPair& pair, std::string_view pro
     step.words = {"zfs", "inherit"};
     if (back == Back::ToReceived)
         step.words.emplace_back("-S");
-    step.words.emplace_back(property);
+    AddOperand(step.words, std::string(property));
     step.words.push_back(pair.name);
     step.was = pair.Now(property).value;
     step.willBe = becomes.value;
     step.why = std::move(why);
     pair.changed[std::string(property)] = std::move(becomes);
-    return draft_.Add(std::move(step));
+    const auto id = draft_.Add(std::move(step));
+    if (IsGuard(property))
+        pair.beforeMount.push_back(id);
+    return id;
 }
 
 void PropertySteps::SayOfReceived(const DatasetPair& pair, const PropertyValue& saved) {
