@@ -430,7 +430,7 @@ void CheckRoots(const Options& options, const HostState& saved) {
             continue;
         std::string roots;
         for (const std::string& name : saved.roots)
-            roots += (roots.empty() ? "" : ", ") + name;
+            roots.append(roots.empty() ? "" : ", ").append(name);
         throw std::runtime_error("[" + root + "] was not saved in [" + options.saved +
                                  "], which has all below " + roots);
     }
