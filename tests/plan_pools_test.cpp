@@ -312,8 +312,9 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
     const PlanOptions options = {{}, {}, {{"sdb", "/dev/newb"}}};
     EXPECT_EQ(
         pair.Plan(options),
-        "zpool create -d -o feature@lz4_compress=enabled -o comment=a b -o ashift=9 -m none p "
-        "mirror /dev/disk/by-id/id-a /dev/newb\n"
+        "zpool create -d -o feature@lz4_compress=enabled -o comment=a b -o ashift=9 -O "
+        "canmount=noauto -m none "
+        "p mirror /dev/disk/by-id/id-a /dev/newb\n"
         "zpool add --allow-ashift-mismatch -o ashift=12 p mirror /dev/sde /dev/sdf\n"
         "zpool add --allow-ashift-mismatch --allow-replication-mismatch -o ashift=12 p"
         " raidz2 /f/1 /f/2\n"
@@ -370,8 +371,9 @@ TEST(PoolPlan, MakesOnlyWhatTheToolsTake) {
         return Top(normal, Group(Device::Kind::Raidz, word, {Leaf("/f/a"), Leaf("/f/b")}));
     };
     EXPECT_THAT(planOf({two, raid("raidz1")}, old), HasSubstr("/dev/sdb raidz1 /f/a /f/b\n"));
-    EXPECT_THAT(planOf({two, raid("raidz2")}, old),
-                HasSubstr("zpool create -f -d -o ashift=12 -m none p mirror /dev/sda"));
+    EXPECT_THAT(
+        planOf({two, raid("raidz2")}, old),
+        HasSubstr("zpool create -f -d -o ashift=12 -O canmount=noauto -m none p mirror /dev/sda"));
     EXPECT_THAT(planOf({two, lone}, old), HasSubstr("! : its devices differ in redundancy"));
     EXPECT_THAT(planOf({two, lone}, "zfs-2.3.0"),
                 HasSubstr("zpool add --allow-replication-mismatch -o ashift=12 p /dev/sdc\n"));

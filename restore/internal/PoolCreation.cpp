@@ -246,6 +246,8 @@ private:
         if (const DatasetState* root = settings_.Input().saved.FindDataset(saved_.name);
             root != nullptr && settings_.Input().options.IsWanted(saved_.name)) {
             CreationOptions options = CreationOptionsOf(settings_.Input(), *root, "off");
+            // Or its default mount point, given back, would mount it.
+            options.properties.emplace_back("canmount=noauto");
             for (std::string& property : options.properties)
                 step.words.insert(step.words.end(), {"-O", std::move(property)});
             step.asksFor = std::move(options.asksFor);
