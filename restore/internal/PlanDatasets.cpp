@@ -63,7 +63,7 @@ private:
     void Create(DatasetPair& pair) {
         const DatasetState& saved = *pair.saved;
         draft_.CannotDo(pair.name, "guid", std::string(saved.guid), std::nullopt,
-                        "guid, creation time and the like are made new");
+                        "guid, creation time and the like are always new");
         const std::string_view version = ValueOf(saved, "version");
         if (!input_.Tools().version.empty() && WholeNumber(version).value_or(0) > 5)
             draft_.CannotDo(pair.name, "version", std::string(version), std::nullopt,
@@ -119,7 +119,7 @@ private:
         const DatasetState& live = *pair.live;
         if (saved.guid != live.guid)
             draft_.CannotDo(pair.name, "guid", std::string(saved.guid), std::string(live.guid),
-                            "guid, creation time and the like were made new");
+                            "guid, creation time and the like are always new");
         if (!saved.origin.empty() && live.origin != input_.options.NewName(saved.origin))
             draft_.CannotDo(pair.name, "origin", std::string(saved.origin),
                             std::string(live.origin),

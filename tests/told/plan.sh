@@ -115,13 +115,13 @@ step 26 zfs set readonly=on tank/www
 step 27 zfs allow -u bob mount,snapshot tank/home
 }
 
-# cannot: tank, guid: saved 15316933675602694262: guid, creation time and the like are made new
-# cannot: tank/db, guid: saved 14956682652279540330: guid, creation time and the like are made new
-# cannot: tank/home, guid: saved 10547230313553466667: guid, creation time and the like are made new
-# cannot: tank/home/al, guid: saved 14008091433438192760: guid, creation time and the like are made new
-# cannot: tank/lun, guid: saved 1139898485639751420: guid, creation time and the like are made new
-# cannot: tank/secret, guid: saved 6590487584946541157: guid, creation time and the like are made new
-# cannot: tank/www, guid: saved 3596959911345340981: guid, creation time and the like are made new
+# cannot: tank, guid: saved 15316933675602694262: guid, creation time and the like are always new
+# cannot: tank/db, guid: saved 14956682652279540330: guid, creation time and the like are always new
+# cannot: tank/home, guid: saved 10547230313553466667: guid, creation time and the like are always new
+# cannot: tank/home/al, guid: saved 14008091433438192760: guid, creation time and the like are always new
+# cannot: tank/lun, guid: saved 1139898485639751420: guid, creation time and the like are always new
+# cannot: tank/secret, guid: saved 6590487584946541157: guid, creation time and the like are always new
+# cannot: tank/www, guid: saved 3596959911345340981: guid, creation time and the like are always new
 # cannot: tank/db@monday: a snapshot comes with the data; plan again when it is there
 
 {
