@@ -23,8 +23,14 @@ struct PrefetchingOptions {
 /// An executor that batches, as BatchingExecutor does, and runs ahead of its caller. From each
 /// `zfs list` and `zpool list` answer that passes through, it knows what will be asked next: the
 /// `zfs get all` of each dataset, the `zfs userspace` and `zfs groupspace` of each filesystem, the
-/// `zpool status` and `zpool get all` of each pool. Its workers run these commands, in this order,
-/// while the caller reads the answers.
+/// `zpool status` and `zpool get all` of each pool; and behind these the list that an enumeration
+/// of the same root asks for next: of the snapshots after that of the filesystems, of the volumes
+/// after that of the snapshots. Its workers run these commands, in this order, while the caller
+/// reads the answers.
+///
+/// So an answer may be older than the question, a list of snapshots as well: one that was taken in
+/// the meantime other than through this executor may be missing from it. List the filesystems again
+/// before you look for it.
 ///
 /// The caller sees what a batching executor would give, in whatever order it asks: what failed
 /// ahead of it is run again when it is asked for, and fails then, if it does. A command that is not

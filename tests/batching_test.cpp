@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <atomic>
 #include <filesystem>
 #include <future>
@@ -64,15 +65,15 @@ struct FakeHost {
     std::string Answer(const std::string& command) const {
         if (util::str_is_starts_with(command, get))
             return Table(Asked(command), least);
+        if (failing.count(command) != 0)
+            throw std::runtime_error("cannot " + command);
+        const std::string unique = util::str(changes) + " " + command;
         const bool listsPools = command == commands::zpoolList;
-        if (!listsPools && !util::str_is_starts_with(command, list)) {
-            if (failing.count(command) != 0)
-                throw std::runtime_error("cannot " + command);
-            return util::str(changes) + " " + command;
-        }
+        if (!listsPools && !util::str_is_starts_with(command, list))
+            return unique;
         std::string answer = listsPools ? "NAME  SIZE  ALLOC\n" : "";
         for (const std::string& name : names)
-            answer += name + (listsPools ? "  1G  1K\n" : "\t1G\t1K\t0\n");
+            answer += name + (listsPools ? "  1G  1K\n" : "\t" + unique + "\t1K\t0\n");
         return answer;
     }
 
@@ -163,6 +164,8 @@ public:
                 host.names.emplace_back(name);
         if (Below(2) != 0)
             std::shuffle(host.names.begin(), host.names.end(), random_);
+        if (Below(8) == 0)
+            host.failing.insert(list + "snapshot p");
         const bool sorted = Below(2) != 0;
         for (const std::string& name : host.names) {
             host.rows[name] = Rows(name, sorted);
@@ -240,9 +243,15 @@ private:
 /// Asks for what an enumeration of a hostile host asks for, most of the time in its order.
 void AskAround(HostileHost& hostile, const CommandExecutor& executor) {
     FakeHost& host = hostile.host;
+    const auto expectSame = [&](const std::string& line) {
+        const auto alone = [&host](const std::string& asked) { return host.Answer(asked); };
+        EXPECT_EQ(OutcomeOf(executor, line), OutcomeOf(alone, line));
+    };
+    constexpr std::array types{"filesystem ", "snapshot ", "volume "};
+    std::size_t type = hostile.Below(3);
     for (std::size_t i = 0; i < host.names.size() + 2; ++i) {
         if (i == 0 || hostile.Below(10) == 0)
-            executor(list + (hostile.Below(2) == 0 ? "filesystem p" : "snapshot p"));
+            expectSame(list + types[type++ % 3] + (hostile.Below(4) == 0 ? "q" : "p"));
         if (hostile.Below(10) == 0)
             executor(hostile.Below(2) == 0 ? commands::zpoolList : "zfs set a:b=c p");
         const std::string name =
@@ -251,11 +260,8 @@ void AskAround(HostileHost& hostile, const CommandExecutor& executor) {
             continue;
         ExpectTruth(host, executor, name);
         for (const char* command : {"zfs userspace ", "zfs groupspace ", "zpool status "}) {
-            const std::string line = "/usr/bin/env -i " + (command + name);
-            const auto alone = [&host](const std::string& asked) { return host.Answer(asked); };
-            if (hostile.Below(3) != 0) {
-                EXPECT_EQ(OutcomeOf(executor, line), OutcomeOf(alone, line));
-            }
+            if (hostile.Below(3) != 0)
+                expectSame("/usr/bin/env -i " + (command + name));
         }
     }
 }
@@ -277,7 +283,7 @@ TEST_P(HostileHosts, BatchingTrustsNoRowThatAValueMayHaveForged) {
 
 TEST_P(HostileHosts, PrefetchingIsNotSeen) {
     const std::thread::id caller = std::this_thread::get_id();
-    std::atomic<std::size_t> ahead{0};
+    std::atomic<std::size_t> ahead{0}, listsAhead{0};
     for (unsigned seed = GetParam(); seed <= 10000 && !HasFailure(); seed += 4) {
         SCOPED_TRACE(seed);
         HostileHost hostile(seed);
@@ -292,6 +298,7 @@ TEST_P(HostileHosts, PrefetchingIsNotSeen) {
                                    if (std::this_thread::get_id() == caller)
                                        return host(command);
                                    const std::size_t number = ++ahead;
+                                   listsAhead += util::str_is_starts_with(command, list) ? 1 : 0;
                                    if (number % 7 < faults)
                                        throw std::runtime_error("fails only ahead");
                                    if (number % 7 == 6 && faults == 3)
@@ -301,6 +308,7 @@ TEST_P(HostileHosts, PrefetchingIsNotSeen) {
                                options));
     }
     EXPECT_GT(ahead, 1000U) << "hardly anything was tried";
+    EXPECT_GT(listsAhead, 100U);
 }
 
 INSTANTIATE_TEST_SUITE_P(, HostileHosts, testing::Values(1, 2, 3, 4));
@@ -520,7 +528,13 @@ TEST(Prefetching, RunsAheadInAWindow) {
         for (const char* command : {"userspace ", "groupspace "})
             OutcomeOf(executor, std::string("/usr/bin/env -i zfs ") + command + host.names[i]);
     }
-    EXPECT_EQ(started, 500U / 10 + 2 * 500) << "each once";
+    for (const char* type : {"snapshot p", "volume p"}) {
+        executor(list + type);
+        for (const std::string& name : host.names)
+            Ask(executor, name);
+    }
+    EXPECT_EQ(started, 3U * 500 / 10 + 2 * 500) << "each once";
+    EXPECT_EQ(host.commands.size(), started + 3) << "each list once";
 }
 
 TEST(Prefetching, LearnsWhatIsNotAskedFor) {

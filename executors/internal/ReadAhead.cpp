@@ -23,6 +23,10 @@ constexpr std::string_view datasetList =
     "/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t ";
 constexpr std::string_view filesystemList =
     "/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t filesystem ";
+constexpr std::string_view snapshotList =
+    "/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t snapshot ";
+constexpr std::string_view volumeList =
+    "/usr/bin/env -i zfs list -rH -o name,avail,used,usedrefreserv -t volume ";
 constexpr std::string_view poolList = "/usr/bin/env -i zpool list -o name,size,alloc";
 
 /// Whether the command leaves every property of every dataset as it is.
@@ -128,22 +132,18 @@ public:
         const NoCancellation noCancellation;
         Lock lock(ahead_.mutex_);
         ++ahead_.changes_;
-        DropAll();
+        ahead_.DropAll();
         ahead_.jobEnded_.wait(lock, [this] { return ahead_.busyWorkers_ == 0; });
     }
     ~ChangeInProgress() {
         const Lock lock(ahead_.mutex_);
-        DropAll(); // what other callers read meanwhile
+        ahead_.DropAll(); // what other callers read meanwhile
         --ahead_.changes_;
     }
     ChangeInProgress(const ChangeInProgress&) = delete;
     ChangeInProgress& operator=(const ChangeInProgress&) = delete;
 
 private:
-    void DropAll() {
-        ahead_.Drop(ahead_.datasets_);
-        ahead_.Drop(ahead_.pools_);
-    }
     ReadAhead& ahead_;
 };
 
@@ -177,6 +177,7 @@ ReadAhead::ReadAhead(CommandExecutor executor, const PrefetchingOptions& options
                                  options.batching.namesPerCommand > 1},
       userspace_{"/usr/bin/env -i zfs userspace "}, groupspace_{"/usr/bin/env -i zfs groupspace "},
       poolStatus_{"/usr/bin/env -i zpool status "}, poolGetAll_{"/usr/bin/env -i zpool get all "},
+      snapshotList_{snapshotList}, volumeList_{volumeList},
       pace_(options.batching.namesPerCommand) {}
 
 ReadAhead::~ReadAhead() {
@@ -184,8 +185,7 @@ ReadAhead::~ReadAhead() {
     {
         const Lock lock(mutex_);
         isEnding_ = true;
-        Drop(datasets_);
-        Drop(pools_);
+        DropAll();
     }
     mayWork_.notify_all();
     for (std::thread& worker : workers_)
@@ -208,16 +208,18 @@ std::string ReadAhead::RunList(const std::string& command, Plan& plan,
         const Lock lock(mutex_);
         Drop(plan); // those who asked for it are through, or will see other names
     }
-    std::string output = executor_(command);
+    std::string output = RunRead(command);
     {
         const Lock lock(mutex_);
         Drop(plan);
-        if (&plan == &datasets_)
+        if (&plan == &datasets_) {
             plan.Assign(std::move(following), output, '\t'); // from "tank/home\t1G\t96K\t0"
-        else
+            ForeseeList(command);
+        } else {
             plan.Assign(std::move(following),
                         output.substr(std::min(output.find('\n'), output.size())),
                         ' '); // from "tank  10G  1G", below a header
+        }
         plan.isReadAhead = changes_ == 0;
         if (!plan.steps.empty())
             StartWorkers();
@@ -225,6 +227,19 @@ std::string ReadAhead::RunList(const std::string& command, Plan& plan,
     }
     mayWork_.notify_all();
     return output;
+}
+
+/// Below a root, an enumeration lists the filesystems, then the snapshots, then the volumes.
+void ReadAhead::ForeseeList(const std::string& command) {
+    if (!lists_.steps.empty() && lists_.next == 0)
+        lists_.CommandOf(0).isWanted = false; // nobody asked for the list that was foreseen
+    Drop(lists_);
+    lists_.Assign({}, "", '\n');
+    if (util::str_is_starts_with(command, filesystemList))
+        lists_.Assign({&snapshotList_}, command.substr(filesystemList.size()), '\n');
+    else if (util::str_is_starts_with(command, snapshotList))
+        lists_.Assign({&volumeList_}, command.substr(snapshotList.size()), '\n');
+    lists_.isReadAhead = changes_ == 0;
 }
 
 std::string ReadAhead::RunChange(const std::string& command) {
@@ -237,10 +252,10 @@ std::string ReadAhead::RunRead(const std::string& command) {
     std::optional<QuotasTurn> turn;
     Lock lock(mutex_);
     for (;;) { // each time round, others may have changed everything
-        Plan* plan = &datasets_;
-        std::optional<std::size_t> step = plan->Find(command);
-        if (!step)
-            step = (plan = &pools_)->Find(command);
+        Plan* plan = nullptr;
+        std::optional<std::size_t> step;
+        for (auto each = plans_.begin(); !step && each != plans_.end(); ++each)
+            step = (plan = *each)->Find(command);
         if (!step)
             break;
         FollowingCommand& following = plan->CommandOf(*step);
@@ -392,7 +407,7 @@ void ReadAhead::Finish(Job& job, Outcome& outcome) {
 void ReadAhead::Fail(Job& job, const Outcome& outcome) {
     Plan& plan = *job.plan;
     if (outcome.isStopped)
-        datasets_.isReadAhead = pools_.isReadAhead = false;
+        ReadNothingAhead();
     if (job.count == 1) {
         FollowingCommand& following = plan.CommandOf(job.firstStep);
         following.isWanted = following.isBatched;
@@ -441,6 +456,17 @@ void ReadAhead::Drop(Plan& plan) noexcept {
         if (jobs_[i - 1]->plan == &plan)
             End(*jobs_[i - 1]);
     jobEnded_.notify_all();
+}
+
+void ReadAhead::DropAll() noexcept {
+    for (Plan* plan : plans_)
+        Drop(*plan);
+}
+
+/// Until the next list.
+void ReadAhead::ReadNothingAhead() noexcept {
+    for (Plan* plan : plans_)
+        plan->isReadAhead = false;
 }
 
 /// Makes room for what is still to come: drops what the caller did not ask for when it went by.
@@ -508,7 +534,7 @@ std::shared_ptr<Job> ReadAhead::NextJob() {
     try {
         if (changes_ > 0 || IsWindowFull())
             return nullptr;
-        for (Plan* plan : {&datasets_, &pools_}) {
+        for (Plan* plan : plans_) {
             plan->frontier = std::max(plan->frontier, plan->next);
             bool isFirst = true; // of those that can be read ahead, now or later
             for (std::size_t step = plan->frontier; plan->isReadAhead && step < plan->steps.size();
@@ -531,7 +557,7 @@ std::shared_ptr<Job> ReadAhead::NextJob() {
             }
         }
     } catch (const std::bad_alloc&) {
-        datasets_.isReadAhead = pools_.isReadAhead = false;
+        ReadNothingAhead();
     }
     return nullptr;
 }

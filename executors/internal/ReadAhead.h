@@ -150,6 +150,7 @@ private:
 
     std::string RunList(const std::string& command, Plan& plan,
                         std::vector<FollowingCommand*> following);
+    void ForeseeList(const std::string& command);
     std::string RunChange(const std::string& command);
     std::string RunRead(const std::string& command);
 
@@ -162,6 +163,8 @@ private:
     std::string TakeAnswer(Plan& plan, std::size_t step);
     void End(Job& job) noexcept;
     void Drop(Plan& plan) noexcept;
+    void DropAll() noexcept;
+    void ReadNothingAhead() noexcept;
     void DropPassed(const Plan& plan) noexcept;
     void DropOldest() noexcept;
 
@@ -179,8 +182,11 @@ private:
     std::mutex mutex_; // for all below
     std::condition_variable mayWork_;
     std::condition_variable jobEnded_;
-    FollowingCommand getAll_, userspace_, groupspace_, poolStatus_, poolGetAll_;
+    FollowingCommand getAll_, userspace_, groupspace_, poolStatus_, poolGetAll_, snapshotList_,
+        volumeList_;
     Plan datasets_, pools_;
+    Plan lists_; ///< the next list of the root that was listed last
+    const std::array<Plan*, 3> plans_{&datasets_, &pools_, &lists_}; ///< in the workers' order
     Pace pace_;
     std::vector<std::shared_ptr<Job>> jobs_; ///< those that run, and those with answers left
     /// The filesystems whose quotas are being asked for. While one is not mounted, the tools refuse
