@@ -196,9 +196,12 @@ TEST(Plan, SetsAndInheritsWhatDiffers) {
          "tank\n reservation default 0\ntank/a\n reservation default 0\n",
          {"set reservation=2 tank", "set reservation=1 tank/a"}},
         {"received",
-         "tank\n atime received off off\n u:a received 1 1\n u:b received 1 1\n u:c local 2 1\n",
-         "tank\n atime local on off\n u:a inherited:x 1\n u:b local 1\n u:c local 2 1\n",
-         {"inherit -S atime tank", "set u:a=1 tank", "! tank u:a", "! tank u:b"}},
+         "tank\n atime received off off\n u:a received 1 1\n u:b received 1 1\n u:c local 2 1\n "
+         "quota received 5 5\n",
+         "tank\n atime local on off\n u:a inherited:x 1\n u:b local 1\n u:c local 2 1\n"
+         " quota local 5 5\n",
+         {"inherit -S atime tank", "set u:a=1 tank", "inherit -S quota tank", "! tank u:a",
+          "! tank u:b"}},
         {"another origin of the same value",
          "tank\n atime inherited:up on\n",
          "tank\n atime default on\n",
@@ -418,9 +421,9 @@ TEST(Plan, GivesBackWhatIsNoPropertyOfADataset) {
           "allow -s @s mount tank", "! tank permissions", "? tank"}},
         {"snapshots",
          "tank\ntank@a\n hold one~tag\n hold -r\n u:x local 1\ntank@gone\n hold x\n",
-         "tank\ntank@a\n hold other\n u:y local 2\n",
+         "tank\ntank@a\n hold other\n u:y local 2\ntank@new\n u:z local 1\n",
          {"set u:x=1 tank@a", "inherit u:y tank@a", "hold one tag tank@a", "hold -- -r tank@a",
-          "! tank@gone ", "? tank@a"}},
+          "! tank@gone ", "? tank@a", "? tank@new"}},
     });
 }
 

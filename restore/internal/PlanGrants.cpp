@@ -304,6 +304,13 @@ void PlanGrants(const PlanInput& input, DatasetPairs& pairs, PlanDraft& draft) {
     for (const SnapshotState& saved : input.saved.snapshots)
         if (pairs.Find(saved.name.substr(0, saved.name.find('@'))) != nullptr)
             planner.PlanSnapshot(saved);
+    std::set<std::string, std::less<>> known;
+    for (const SnapshotState& saved : input.saved.snapshots)
+        known.insert(input.options.NewName(saved.name));
+    for (const SnapshotState& live : input.live.state.snapshots)
+        if (pairs.FindLive(live.name.substr(0, live.name.find('@'))) != nullptr &&
+            known.find(live.name) == known.end())
+            draft.Say(live.name, "was not saved");
 }
 
 } // namespace zfslib::restore::internal

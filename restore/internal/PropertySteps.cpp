@@ -167,19 +167,27 @@ PropertySteps::Restore(DatasetPair& pair, const PropertyValue& saved, const Turn
 }
 
 std::optional<PlanDraft::StepId>
+PropertySteps::GoBackToReceived(DatasetPair& pair, const PropertyValue& saved, const Turn& turn) {
+    const PropertyNow now = pair.Now(saved.Name());
+    PropertyNow received{PropertySource::Received, now.received, now.received, {}};
+    if (saved.Source() != PropertySource::Received || now.source == PropertySource::Received ||
+        !now.received || !IsSame(pair, saved, received) ||
+        !TakesOption(input_.Tools().zfsUsage, "inherit", 'S'))
+        return std::nullopt;
+    return Inherit(pair, saved.Name(), Back::ToReceived, std::move(received), turn,
+                   "came with a stream, which is still known");
+}
+
+std::optional<PlanDraft::StepId>
 PropertySteps::RestoreInheritable(DatasetPair& pair, const PropertyValue& saved, const Turn& turn) {
     const bool wasReceived = saved.Source() == PropertySource::Received;
     if (!wasReceived && saved.Source() != PropertySource::Local)
         return RestoreUnset(pair, saved, turn);
     const PropertyNow now = pair.Now(saved.Name());
-    if (now.IsOwn() && IsSame(pair, saved, now) &&
-        !(wasReceived && now.source == PropertySource::Local && now.received == saved.Received()))
+    if (auto step = GoBackToReceived(pair, saved, turn))
+        return step;
+    if (now.IsOwn() && IsSame(pair, saved, now))
         return std::nullopt;
-    PropertyNow received{PropertySource::Received, now.received, now.received, {}};
-    if (wasReceived && now.received && IsSame(pair, saved, received) &&
-        TakesOption(input_.Tools().zfsUsage, "inherit", 'S'))
-        return Inherit(pair, saved.Name(), Back::ToReceived, std::move(received), turn,
-                       "came with a stream, which is still known");
     std::string why;
     if (wasReceived)
         why = "came with a stream";
@@ -228,6 +236,8 @@ std::optional<PlanDraft::StepId>
 PropertySteps::RestoreOwn(DatasetPair& pair, const PropertyValue& saved, const Turn& turn) {
     const std::string& name = saved.Name();
     const PropertyNow now = pair.Now(name);
+    if (auto step = GoBackToReceived(pair, saved, turn))
+        return step;
     const bool isDefault = !now.value && !now.IsOwn();
     if (isDefault ? saved.Source() == PropertySource::Default ||
                         Canonical(name, saved.Value(), input_.saved.tools) == KnownDefault(name)

@@ -45,6 +45,9 @@ public:
 private:
     enum class Back { ToNone, ToReceived };
 
+    /// The step to what a stream brought, if that is what it was, and is covered by another value.
+    std::optional<PlanDraft::StepId> GoBackToReceived(DatasetPair& pair, const PropertyValue& saved,
+                                                      const Turn& turn);
     std::optional<PlanDraft::StepId>
     RestoreInheritable(DatasetPair& pair, const PropertyValue& saved, const Turn& turn);
     std::optional<PlanDraft::StepId> RestoreUnset(DatasetPair& pair, const PropertyValue& saved,
