@@ -19,10 +19,16 @@ constexpr std::string_view quotas[] = {"quota", "refquota"};
 constexpr std::string_view reservations[] = {"reservation", "refreservation"};
 
 /// What a limit comes to: no quota is the greatest, no reservation the least.
-std::optional<std::uint64_t> Amount(std::string_view property, std::string_view value) {
-    if (Canonical(property, value, {}) != "none")
-        return WholeNumber(value);
-    return property == "quota" || property == "refquota" ? UINT64_MAX : 0;
+struct Amount {
+    bool isKnown = false;
+    std::uint64_t number = 0;
+};
+
+Amount AmountOf(std::string_view property, std::string_view value) {
+    if (Canonical(property, value, {}) == "none")
+        return {true, property == "quota" || property == "refquota" ? UINT64_MAX : 0};
+    const auto number = WholeNumber(value);
+    return {number.has_value(), number.value_or(0)};
 }
 
 class LimitPlanner {
@@ -57,14 +63,14 @@ private:
                 (property == "refreservation" && (IsThickOnBothSides(pair) || IsTooLarge(pair))))
                 continue;
             const PropertyNow now = pair.Now(property);
-            const auto from = now.value ? Amount(property, *now.value) : std::nullopt;
-            const auto to = Amount(property, saved->Value());
+            const Amount from = now.value ? AmountOf(property, *now.value) : Amount();
+            const Amount to = AmountOf(property, saved->Value());
             // What is not known, here or there, has its turn when reservations go up.
-            const bool goesUp = !from || !to || *to > *from;
+            const bool goesUp = !from.isKnown || !to.isKnown || to.number > from.number;
             if (goesUp != isUp)
                 continue;
             const bool isFirst = restored_.emplace(&pair, property).second;
-            if (!isFirst && from && from == to)
+            if (!isFirst && from.isKnown && to.isKnown && from.number == to.number)
                 continue;
             const auto step = steps_.Restore(pair, *saved, {Phase::Limits});
             if (step && isUp && &properties == &reservations)
