@@ -365,6 +365,16 @@ TEST(Plan, MountsWhatWasMounted) {
          " readonly inherited:tank on\n",
          {"set -u sharenfs=off tank/a", "set readonly=on tank/a", "set -u sharenfs=on tank",
           "inherit readonly tank"}},
+        {"mounts follow what they inherit",
+         "tank\n readonly default off\ntank/a mounted\n readonly default off\n mountpoint local "
+         "/a\n"
+         "tank/b\n readonly local on\ntank/b/c mounted\n readonly inherited:tank/b on\n"
+         " mountpoint local /c\n",
+         "tank\n readonly local on\ntank/a mounted\n readonly inherited:tank on\n"
+         " mountpoint local /a\ntank/b\n readonly local off\ntank/b/c mounted\n"
+         " readonly inherited:tank/b off\n mountpoint local /c\n",
+         {"inherit readonly tank", "inherit readonly tank/a", "set readonly=on tank/b",
+          "inherit readonly tank/b/c"}},
         {"mounted by others",
          "tank mounted\n mountpoint local /t\n",
          "tank mounted\n mountpoint local legacy\n",

@@ -172,6 +172,8 @@ private:
                 if (isClosing ? IsReadOnly(pair) && pair.Now("readonly").value == "on"
                               : !IsReadOnly(pair))
                     steps_.Restore(pair, "readonly", {Phase::Mountpoints});
+                if (!isClosing && !IsReadOnly(pair) && pair.live != nullptr && pair.live->isMounted)
+                    steps_.Follow(pair, "readonly", {Phase::Mountpoints});
             }
         for (const char* property : {"zoned", "jailed"})
             for (DatasetPair& pair : pairs_.All())
@@ -497,8 +499,11 @@ private:
 
     void RestoreLast() {
         for (DatasetPair& pair : pairs_.All())
-            if (pair.NeedsTurns() && IsReadOnly(pair))
+            if (pair.NeedsTurns() && IsReadOnly(pair)) {
                 steps_.Restore(pair, "readonly", {Phase::Mounts});
+                if (pair.saved->isMounted)
+                    steps_.Follow(pair, "readonly", {Phase::Mounts});
+            }
     }
 
     /// OpenZFS shares what it mounts, and refuses what is shared.

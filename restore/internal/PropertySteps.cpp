@@ -257,6 +257,15 @@ PropertySteps::RestoreOwn(DatasetPair& pair, const PropertyValue& saved, const T
     return Set(pair, name, saved.Value(), turn, "was default");
 }
 
+void PropertySteps::Follow(DatasetPair& pair, std::string_view property, const Turn& turn) {
+    if (pair.changed.find(property) != pair.changed.end() || pair.parent == nullptr ||
+        !pair.parent->HandsDownOther(property) || !CanRestore(pair, property))
+        return;
+    const PropertyNow now = pair.Now(property);
+    if (!now.IsOwn() && now.doubt.empty())
+        Inherit(pair, property, Back::ToNone, now, turn, "the mount follows only then");
+}
+
 void PropertySteps::RemoveOthers(DatasetPair& pair) {
     if (pair.live == nullptr)
         return;

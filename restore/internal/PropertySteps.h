@@ -26,6 +26,8 @@ public:
     /// As Restore, of the property of that name; nothing when there is none.
     std::optional<PlanDraft::StepId> Restore(DatasetPair& pair, std::string_view property,
                                              const Turn& turn);
+    /// Inherits anew what is inherited already: a mount does not follow when that changes above.
+    void Follow(DatasetPair& pair, std::string_view property, const Turn& turn);
     /// Inherits the user properties that are live and were not saved.
     void RemoveOthers(DatasetPair& pair);
 
