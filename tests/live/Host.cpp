@@ -124,7 +124,8 @@ Host::Host() {
 Host::~Host() {
     try {
         for (const auto& row : RowsOf("zpool list -H -o guid,name"))
-            if (std::find(poolGuids_.begin(), poolGuids_.end(), row[0]) != poolGuids_.end())
+            if (std::find(poolGuids_.begin(), poolGuids_.end(), row[0]) != poolGuids_.end() ||
+                util::str_is_starts_with(row[1], poolPrefix)) // made anew by a plan
                 Destroy(row[1]);
         std::filesystem::remove_all(folder_);
     } catch (const std::exception& error) {

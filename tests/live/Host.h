@@ -53,8 +53,8 @@ public:
     Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
-    /// Destroys the pools that were made here, whatever they are called by now, and the folder. It
-    /// is a failure of the scenario when that does not succeed.
+    /// Destroys the pools that were made here, whatever they are called by now or made anew by
+    /// their names, and the folder. It is a failure of the scenario when that does not succeed.
     ~Host();
 
     /// The folder of this host: nothing else is in it.
