@@ -431,8 +431,8 @@ void CheckRoots(const Options& options, const HostState& saved) {
         std::string roots;
         for (const std::string& name : saved.roots)
             roots.append(roots.empty() ? "" : ", ").append(name);
-        throw std::runtime_error("[" + root + "] was not saved in [" + options.saved +
-                                 "], which has all below " + roots);
+        throw std::runtime_error(util::str_format(
+            "[%1] was not saved in [%2], which has all below %3", root, options.saved, roots));
     }
 }
 

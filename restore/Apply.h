@@ -39,6 +39,7 @@ struct StepReport {
 
 /// What to run of a plan, and whom to tell.
 struct ApplyOptions {
+    /// Of what is before and after the data, one or both.
     enum class Part { All, BeforeData, AfterData };
 
     /// Which steps. Those of the other part are taken for done.

@@ -12,7 +12,7 @@ namespace zfslib::restore {
 
 /// A state that was saved: what ReadHostState ran, as a recording.
 struct SavedState {
-    HostState state;
+    HostState state; ///< what was saved
     /// What to tell the user, a sentence each: what the recording lacks, and that it holds earlier
     /// states as well.
     std::vector<std::string> warnings;
