@@ -5,6 +5,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 out=${1:-/out}
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C
 export LD_LIBRARY_PATH=$here/lib ZFSINSPECT=$here/zfsinspect
+while read -r variable; do export "${variable?}"; done <"$here/variables"
 
 # In a machine of its own, what a share takes: without it the tools refuse to share.
 if [ $# = 0 ] && [ ! -e /usr/sbin/exportfs ]; then
