@@ -129,7 +129,7 @@ public:
 private:
     // The script itself may be the input. So a step gets none, and the shell has read all of it,
     // the braces around the end included, before it runs any; of one that was cut short it runs
-    // nothing.
+    // nothing, and the trap of the head says so where the cut left no error of its own.
     static constexpr std::string_view functions = R"sh(
 usage() {
     printf 'usage: sh %s [prepare|finish] [from STEP]\n' "$0" >&2
@@ -171,6 +171,7 @@ failed() {
 
     static constexpr std::string_view end = R"sh(
 {
+trap - EXIT
 part='' first=1
 case ${1-} in prepare | finish)
     part=$1
@@ -210,6 +211,7 @@ exit 0
                              "cannot be done, %3 to mind.",
                              plan_.steps.size(), plan_.cannot.size(), plan_.mentioned.size()));
         Line("");
+        Line("trap 'echo \"$0 is cut short: nothing was run\" >&2; exit 1' EXIT");
         Line("PATH=${PATH:-/usr/bin:/bin}:/usr/sbin:/sbin LC_ALL=C");
         Line("export PATH LC_ALL");
         Line("nl='\n'");

@@ -138,6 +138,12 @@ TEST(PlanScript, GivesEveryWordByteForByteInEveryShell) {
             EXPECT_EQ(host.Run(shell + " plan.sh " + wrong, ending), "") << wrong;
             EXPECT_THAT(ending, HasSubstr("2 usage: ")) << wrong;
         }
+        EXPECT_EQ(host.Run("n=$(sed -n /^PATH=/= plan.sh | head -n 1); lines=$(wc -l <plan.sh); "
+                           "while [ \"$n\" -lt \"$lines\" ]; do head -n \"$n\" plan.sh >cut; " +
+                               shell + " cut 2>/dev/null && exit 9; n=$((n + 1)); done",
+                           ending),
+                  "");
+        EXPECT_EQ(ending, "0 ");
     }
     EXPECT_GE(shells, 2);
     EXPECT_THAT(PlanScript(plan, ""), HasSubstr("\\nexit 8 \\xff\nstep 3 "));

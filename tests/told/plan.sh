@@ -8,6 +8,7 @@
 #
 # 27 steps. What they do not mend stands behind them: 8 things that cannot be done, 0 to mind.
 
+trap 'echo "$0 is cut short: nothing was run" >&2; exit 1' EXIT
 PATH=${PATH:-/usr/bin:/bin}:/usr/sbin:/sbin LC_ALL=C
 export PATH LC_ALL
 nl='
@@ -125,6 +126,7 @@ step 27 zfs allow -u bob mount,snapshot tank/home
 # cannot: tank/db@monday: a snapshot comes with the data; plan again when it is there
 
 {
+trap - EXIT
 part='' first=1
 case ${1-} in prepare | finish)
     part=$1
