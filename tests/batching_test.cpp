@@ -543,6 +543,53 @@ TEST(Prefetching, LearnsWhatIsNotAskedFor) {
     EXPECT_LE(host.commands.size(), 1U + 300 / 10 + 40);
 }
 
+TEST(Prefetching, ReadsTheListAheadThatFollows) {
+    FakeHost host(1);
+    std::map<std::string, std::promise<void>> lists;
+    for (const char* foreseen : {"snapshot p", "volume p", "snapshot q"})
+        lists[list + foreseen];
+    const CommandExecutor executor = PrefetchingExecutor(
+        [&, fake = host.Executor()](const std::string& command) {
+            const std::string answer = fake(command);
+            if (const auto found = lists.find(command); found != lists.end())
+                found->second.set_value(); // throws the second time
+            return answer;
+        },
+        Workers(4)); // with room for all that follows
+    const auto isForeseen = [&](const char* next) {
+        return lists[list + next].get_future().wait_for(std::chrono::minutes(1)) ==
+               std::future_status::ready;
+    };
+    executor(list + "filesystem p");
+    for (const char* next : {"snapshot p", "volume p"}) {
+        EXPECT_TRUE(isForeseen(next)) << next;
+        EXPECT_NO_THROW(executor(list + next)) << next;
+    }
+    executor(list + "filesystem q");
+    EXPECT_TRUE(isForeseen("snapshot q"));
+    Enumerate(executor, host); // which asks for no snapshots
+    for (int i = 0; i < 1000; ++i)
+        host.Answer(list); // time for the worker
+    const std::lock_guard<std::mutex> lock(host.mutex);
+    EXPECT_EQ(std::count(host.commands.begin(), host.commands.end(), list + "snapshot p"), 1);
+}
+
+TEST(Prefetching, HoldsLittleForACallerWithAnOrderOfItsOwn) {
+    for (const bool isOfBytes : {false, true}) {
+        FakeHost host(40);
+        PrefetchingOptions options = Workers(0, 2);
+        options.commandsAhead = isOfBytes ? 1000 : 2;
+        options.bytesAhead = isOfBytes ? 300 : 1000000;
+        const CommandExecutor executor = PrefetchingExecutor(host.Executor(), options);
+        executor(list + "volume p");
+        for (std::size_t i = 40; i > 0; i -= 2)
+            Ask(executor, host.names[i - 2]);
+        EXPECT_EQ(host.commands.size(), 1U + 40 / 2);
+        Ask(executor, host.names[39]);
+        EXPECT_EQ(host.commands.size(), 1U + 40 / 2 + 1) << "the first answer is gone";
+    }
+}
+
 TEST(Prefetching, HoldsFewBytes) {
     FakeHost host(300);
     PrefetchingOptions options = Workers(1, 1);
