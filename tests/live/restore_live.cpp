@@ -87,6 +87,8 @@ std::vector<std::string> Differences(const Truth& before, const Truth& after,
                            [&](const Cannot& told) {
                                return isOf(told.object, told.property) ||
                                       (told.property.empty() && isWithin(told.object)) ||
+                                      (told.property == "quotas of users" &&
+                                       isOf(told.object, "quota of")) ||
                                       (told.reason == "a mount option covered what was stored" &&
                                        isOf(told.object, "mount"));
                            }) ||
