@@ -1,7 +1,9 @@
-// The pool record, pool enumeration and pool import.
+// The pool record, pool enumeration, pool import, and how the health of pools is read.
 
 #include "fakes.h"
+#include "posix/CSimpleCmdExec.h"
 #include "util/str.h"
+#include "zfstools/PoolHealth.h"
 #include "zfstools/Tools.h"
 #include "zfstools/ZfsProperties.h"
 #include "zfstools/Zpool.h"
@@ -287,4 +289,47 @@ TEST(PoolImport, TakesNoOperandThatAShellActsUpon) {
         EXPECT_TRUE(IsSafeOperand(good)) << good;
     for (const char* bad : {"", "-f", "1;reboot", "1 2", "$(x)", "1\n", "1\xc3\xa9", "a|b", "`a`"})
         EXPECT_FALSE(IsSafeOperand(bad)) << bad;
+}
+
+TEST(PoolHealth, IsReadByTheBestCommandThatWorks) {
+    const std::string utc = commands::env + "TZ=UTC0 zpool status ";
+    const std::string& plain = commands::zpoolStatus;
+    const std::string damaged = " state: ONLINE\n  scan: scrub canceled on Sun Nov  2 20:13:22 "
+                                "2026\nerrors: 40 data errors, use '-v' for a list\n";
+    const FakeExecutor fake;
+    fake.Answer(plain + "t", damaged);
+    const PoolHealth fromRecording = PoolHealth::Read("t", fake);
+    EXPECT_THAT(fake.Commands(),
+                ElementsAre(utc + "-ps t", utc + "t", plain + "t", plain + "-v t"));
+    EXPECT_EQ(fromRecording.dataErrors, 40U);
+    EXPECT_FALSE(fromRecording.scans.at(0).ended.seconds);
+    EXPECT_THAT(fromRecording.unread, ElementsAre("no answer to " + plain + "-v t"));
+
+    fake.Answer(utc + "t", damaged);
+    fake.Answer(plain + "-v t", "errors: Permanent errors:\n\n        /f\n");
+    const PoolHealth solaris = PoolHealth::Read("t", fake);
+    EXPECT_EQ(solaris.dataErrors, 40U);
+    EXPECT_THAT(solaris.damagedFiles, ElementsAre("/f"));
+    EXPECT_TRUE(solaris.scans.at(0).ended.seconds);
+    fake.Commands();
+
+    fake.Answer(utc + "-ps t", " state: SUSPENDED\nerrors: No known data errors\n");
+    EXPECT_EQ(PoolHealth::Read("t", fake).state, PoolHealth::State::Suspended);
+    EXPECT_THAT(fake.Commands(), ElementsAre(utc + "-ps t"));
+
+    int commands = 0;
+    using posix::CCommandFailure;
+    const auto fail = [&commands](CCommandFailure::Kind kind) {
+        commands = 0;
+        const std::string error = ErrorOf([&] {
+            PoolHealth::Read("t", [&](const std::string& command) -> std::string {
+                ++commands;
+                throw CCommandFailure(command, kind, 2, "", "");
+            });
+        });
+        return std::to_string(commands) + " " + error;
+    };
+    EXPECT_EQ(fail(CCommandFailure::Kind::TimeOut).front(), '1');
+    EXPECT_EQ(fail(CCommandFailure::Kind::ExitStatus),
+              "3 Command [" + plain + "t] failed: exit status 2");
 }
