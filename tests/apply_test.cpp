@@ -176,11 +176,11 @@ TEST(Apply, StopsWhatNeedsAStepThatIsNotDone) {
     };
     plan.steps[3].willBe = "yes";
     plan.steps[4].asksFor = "the key";
-    const std::string create = "/usr/bin/env -i zfs create 'tank/a b'";
-    const std::string setting = "/usr/bin/env -i zfs set 'u:it'\\''s=x\t\n' 'tank/a b'";
-    const std::string mounted = "/usr/bin/env -i zfs get -Hp -o value,source 'mounted' 'tank/a b'";
-    const std::string reading =
-        "/usr/bin/env -i zfs get -Hp -o value,source 'u:it'\\''s' 'tank/a b'";
+    const std::string create = commands::env + "zfs create 'tank/a b'";
+    const std::string setting = commands::env + "zfs set 'u:it'\\''s=x\t\n' 'tank/a b'";
+    const std::string get = commands::env + "zfs get -Hp -o value,source ";
+    const std::string mounted = get + "'mounted' 'tank/a b'";
+    const std::string reading = get + "'u:it'\\''s' 'tank/a b'";
     const auto failure = [](Kind kind) {
         return [kind](const std::string& command) -> std::string {
             throw CCommandFailure(command, kind, 1, "why", "");

@@ -170,7 +170,7 @@ public:
         for (const std::string& name : host.names) {
             host.rows[name] = Rows(name, sorted);
             if (Below(8) == 0)
-                host.failing.insert("/usr/bin/env -i zfs userspace " + name);
+                host.failing.insert(commands::userspace + name);
         }
         host.change = [this, sorted] {
             ++host.changes;
@@ -261,7 +261,7 @@ void AskAround(HostileHost& hostile, const CommandExecutor& executor) {
         ExpectTruth(host, executor, name);
         for (const char* command : {"zfs userspace ", "zfs groupspace ", "zpool status "}) {
             if (hostile.Below(3) != 0)
-                expectSame("/usr/bin/env -i " + (command + name));
+                expectSame(commands::env + command + name);
         }
     }
 }
@@ -448,7 +448,7 @@ void Enumerate(const CommandExecutor& executor, const FakeHost& host, bool quota
     for (const std::string& name : host.names)
         for (const char* command : {"get all ", "userspace ", "groupspace "})
             if (quotas || command == std::string("get all "))
-                OutcomeOf(executor, std::string("/usr/bin/env -i zfs ") + command + name);
+                OutcomeOf(executor, commands::env + "zfs " + command + name);
 }
 
 PrefetchingOptions Workers(std::size_t count, std::size_t namesPerCommand = 256) {
@@ -486,7 +486,7 @@ TEST(Prefetching, RecordingsAreTheSameWhateverTheNumberOfWorkers) {
         host.rows = {{"p/d7", {{"type", "x", "-"}, {"a:b", "x\ny", "local"}}},
                      {"p/d9", {}},
                      {"p/d40", {{"a:b", std::string(300, 'x'), "local"}, {"type", "x", "-"}}}};
-        host.failing = {"/usr/bin/env -i zfs userspace p/d30"};
+        host.failing = {commands::userspace + "p/d30"};
         std::string text;
         Enumerate(
             [&, executor = PrefetchingExecutor(host.Executor(), Workers(workers, names))](
@@ -526,7 +526,7 @@ TEST(Prefetching, RunsAheadInAWindow) {
         Ask(executor, host.names[i]);
         EXPECT_LE(started, i / 10 + 2 * i + 8 + 1) << "the answers that were used, and the window";
         for (const char* command : {"userspace ", "groupspace "})
-            OutcomeOf(executor, std::string("/usr/bin/env -i zfs ") + command + host.names[i]);
+            OutcomeOf(executor, commands::env + "zfs " + command + host.names[i]);
     }
     for (const char* type : {"snapshot p", "volume p"}) {
         executor(list + type);

@@ -174,12 +174,11 @@ TEST(Embedding, EveryCommandMayFail) {
 }
 
 TEST(Embedding, LooksEachUserUpOncePerEnumeration) {
-    const FakeExecutor host(
-        {{"/usr/bin/env -i zfs get all t", "H\n"}, {"/usr/bin/env -i zfs get all t/a", "H\n"}});
+    const FakeExecutor host({{commands::zfsGet + "t", "H\n"}, {commands::zfsGet + "t/a", "H\n"}});
     const std::string quotas = "TYPE NAME USED QUOTA\nPOSIX User alice 1K 5M\n";
-    host.Answer("/usr/bin/env -i zfs userspace t", quotas + "POSIX User nobody-knows 1K 5M\n");
-    host.Answer("/usr/bin/env -i zfs userspace t/a", quotas + "POSIX User nobody-knows 1K 5M\n");
-    host.Answer("/usr/bin/env -i zfs groupspace t", "TYPE\n");
+    host.Answer(commands::userspace + "t", quotas + "POSIX User nobody-knows 1K 5M\n");
+    host.Answer(commands::userspace + "t/a", quotas + "POSIX User nobody-knows 1K 5M\n");
+    host.Answer(commands::groupspace + "t", "TYPE\n");
     const InstalledExecutor installed(host);
     ZfsDatasetEnumerator enumerator;
     for (int round = 1; round <= 2; ++round) {

@@ -12,7 +12,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-const std::string bare = "/usr/bin/env -i ";
+const std::string& bare = commands::env;
 const std::string full = bare + "PATH=" + std::string(toolFolders) + " LC_ALL=C ";
 
 /// A host that answers to `uname -s`, and with its mount table.
@@ -164,7 +164,7 @@ TEST(HostWords, SystemIsAskedForOnceAndFailuresKeepTheLibrarysCommand) {
         return command;
     });
     EXPECT_EQ("Command [/usr/bin/env -i zpool status p] failed: exit status 1: x",
-              ErrorOf([&] { failing("/usr/bin/env -i zpool status p"); }));
+              ErrorOf([&] { failing(commands::zpoolStatus + "p"); }));
 }
 
 } // namespace

@@ -164,10 +164,9 @@ TEST(InspectParts, TellAHostWithoutToolsFromOneWhereTheyFail) {
         const auto failing = [kind = kind, code = code](const auto& line) -> std::string {
             throw CCommandFailure(line, kind, code, "", "");
         };
-        EXPECT_THAT(ErrorOf([&, &line = command] {
-                        NamingMissingTools(failing)("/usr/bin/env -i " + line);
-                    }),
-                    HasSubstr(error));
+        EXPECT_THAT(
+            ErrorOf([&, &line = command] { NamingMissingTools(failing)(commands::env + line); }),
+            HasSubstr(error));
     }
     Options options;
     options.operands = {"/tank"};
@@ -192,7 +191,7 @@ TEST(InspectParts, FindTheDeviceOfAVolume) {
     };
     for (const auto& [answer, expected] : rows) {
         const FakeExecutor host;
-        host.Answer("/usr/bin/env -i ls -la " + device, answer);
+        host.Answer(commands::env + "ls -la " + device, answer);
         const InstalledExecutor installed(host);
         EXPECT_EQ(expected, std::get<VolumeReport>(Gather(options, host)).device) << answer;
     }
@@ -218,11 +217,11 @@ TEST(InspectParts, DrawProgressOnOneLineAndEraseIt) {
         Progress progress(terminal, [&width] { return width; });
         const auto executor =
             progress.Watch([&](const std::string&) { return "t\n" + longName + "\n"; });
-        executor("/usr/bin/env -i zfs get all before");
+        executor(commands::zfsGet + "before");
         executor(commands::zfsList + "volume t");
-        executor("/usr/bin/env -i zfs userspace t");
+        executor(commands::userspace + "t");
         EXPECT_EQ("", terminal.str());
-        executor("/usr/bin/env -i zfs get all " + longName);
+        executor(commands::zfsGet + longName);
         EXPECT_EQ("volume 1 of 2: t/\\e" + std::string(60, 'n'), terminal.str());
         width = 20;
     }

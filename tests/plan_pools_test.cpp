@@ -42,7 +42,7 @@ protected:
         }
     }
     void Answer(const std::string& command, const std::string& output) {
-        executor.Answer("/usr/bin/env -i " + command, output);
+        executor.Answer(commands::env + command, output);
     }
 
     FakeExecutor executor;
