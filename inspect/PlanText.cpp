@@ -153,7 +153,7 @@ std::string Summary(const Plan& plan) {
     std::map<char, std::size_t> counts;
     for (const Step& step : plan.steps)
         ++counts[Sign(step.action)];
-    std::string line = plan.IsEmpty() ? "nothing to do" : "";
+    std::string line = !plan.IsEmpty() ? "" : plan.cannot.empty() ? "nothing to do" : "no steps";
     Count(line, counts['+'], "to create or add");
     Count(line, counts['~'], "to set");
     Count(line, counts['<'], "to inherit");

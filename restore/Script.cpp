@@ -142,6 +142,15 @@ step() {
     "$@" </dev/null && return 0
     failed "$?"
 }
+# A name that the host does not know makes the tool explain itself, and end with 0.
+allow() {
+    number=$1
+    shift
+    [ "$number" -ge "$first" ] || return 0
+    said=$("$@" </dev/null) && [ -z "$said" ] && return 0
+    printf '%s\n' "${said##*"$nl"}" >&2
+    failed 1
+}
 ask() {
     number=$1
     [ "$number" -ge "$first" ] || return 0
@@ -190,6 +199,9 @@ fi
 if [ "$part" = prepare ]; then
     printf 'Now the data comes back, and then: sh %s finish\n' "$0"
 fi
+if [ "$rest" -ne 0 ]; then
+    printf 'Not all is as it was: %s things cannot be done, see the end of %s\n' "$rest" "$0" >&2
+fi
 exit 0
 }
 )sh";
@@ -215,7 +227,7 @@ exit 0
         Line("PATH=${PATH:-/usr/bin:/bin}:/usr/sbin:/sbin LC_ALL=C");
         Line("export PATH LC_ALL");
         Line("nl='\n'");
-        Line("count=" + util::str(plan_.steps.size()));
+        Line("count=" + util::str(plan_.steps.size()) + " rest=" + util::str(plan_.cannot.size()));
     }
 
     void WriteDisks() {
@@ -240,8 +252,9 @@ exit 0
             const Step& step = plan_.steps[i];
             const std::string number = util::str(i + 1);
             Comment(number + ": " + DescribeStep(step));
+            const std::string runner = step.action == Action::Allow ? "allow " : "step ";
             Line((step.asksFor.empty()
-                      ? "step " + number
+                      ? runner + number
                       : "ask " + number + " " + util::ShellWord(Shown(step.asksFor))) +
                  Words(step));
         }

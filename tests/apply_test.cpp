@@ -41,7 +41,8 @@ public:
         for (const char* tool : {"/zfs", "/zpool"}) {
             std::ofstream(folder_ + tool)
                 << "#!/bin/sh\nprintf '%s\\0' \"${0##*/}\" \"$@\" >>" << folder_
-                << "/log\n[ \"$1\" = refused ] && { echo no >&2; exit 7; }\n"
+                << "/log\n[ \"$1\" = allow ] && echo 'usage\ninvalid user x'\n[ \"$1\" = refused ] "
+                   "&& { echo no >&2; exit 7; }\n"
                    "cat >>"
                 << folder_ << "/log\n";
             std::filesystem::permissions(folder_ + tool, std::filesystem::perms::owner_all);
@@ -156,6 +157,18 @@ TEST(PlanScript, GivesEveryWordByteForByteInEveryShell) {
 
 /// The letters of the outcomes, in the order of Outcome.
 constexpr std::string_view letters = "DRFUPS";
+
+TEST(Apply, FailsWhereTheToolOnlySaysThatItRefuses) {
+    Plan plan;
+    plan.steps = {MakeStep(Phase::Mounts, Action::Allow, "", {"zfs", "allow", "x", "send", "a"})};
+    std::string ending;
+    FakeHost(plan).Run("sh plan.sh", ending);
+    EXPECT_THAT(ending, HasSubstr("1 invalid user x\n"));
+    const ApplyResult result =
+        Apply(plan, [](const std::string&) { return "usage\ninvalid user x\n"; });
+    EXPECT_EQ(result.steps[0].outcome, Outcome::Failed);
+    EXPECT_EQ(result.steps[0].text, "invalid user x\n");
+}
 
 TEST(Apply, StopsWhatNeedsAStepThatIsNotDone) {
     using Kind = CCommandFailure::Kind;
