@@ -48,8 +48,8 @@ PropertySource SourceOf(std::string_view word) {
                                  : PropertySource::None;
 }
 
-/// "altroot PATH" of the pool;
-/// "NAME [volume] [mounted] [key:ROOT] [doubt]" for a dataset, and behind it, indented,
+/// "altroot PATH" and "feature NAME VALUE" of the pool; "old" when the tool mounts what it sets;
+/// "NAME [volume] [mounted] [key:ROOT] [guid:NAME] [doubt]" for a dataset, and behind it, indented,
 /// "PROPERTY SOURCE VALUE [RECEIVED]", "allow LINE" and "userquota@1 5". A snapshot holds
 /// "hold TAG". "~" stands for a blank.
 HostState State(std::string_view text) {
@@ -73,18 +73,25 @@ HostState State(std::string_view text) {
         const bool isIndented = line.front() == ' ';
         if (!isIndented && words[0] == "altroot") {
             pool.altroot = texts->Keep(words[1]);
+        } else if (!isIndented && words[0] == "feature") {
+            pool.properties.push_back(texts->Make("feature@" + words[1], words[2], std::nullopt,
+                                                  texts->Origin(PropertySource::Local)));
+        } else if (!isIndented && words[0] == "old") {
+            state.tools.zfsUsage["set"] = "<property=value> ... <filesystem>";
         } else if (!isIndented && words[0].find('@') != std::string::npos) {
             state.snapshots.emplace_back().name = texts->Keep(words[0]);
         } else if (!isIndented) {
             DatasetState& dataset = state.datasets.emplace_back();
             dataset.name = texts->Keep(words[0]);
-            dataset.guid = "1";
+            dataset.guid = dataset.name;
             for (const std::string& word : words) {
                 if (word == "volume")
                     dataset.type = DatasetState::Type::Volume;
                 dataset.isMounted = dataset.isMounted || word == "mounted";
                 if (word == "doubt")
                     dataset.quotasDoubt = dataset.permissionsDoubt = "no key";
+                if (util::str_is_starts_with(word, "guid:"))
+                    dataset.guid = texts->Keep(word.substr(5));
                 if (util::str_is_starts_with(word, "key:"))
                     dataset.encryptionRoot = texts->Keep(word.substr(4));
             }
@@ -226,6 +233,15 @@ TEST(Plan, SetsAndInheritsWhatDiffers) {
          "tank\n quota default 0\n refquota received 5 5\n",
          "tank\n quota received 5 5\n refquota local 4\n",
          {"set quota=none tank", "set refquota=5 tank", "! tank refquota"}},
+        {"a feature is lacking, or comes first",
+         "feature large_blocks enabled\ntank\n compression local zstd-3\n recordsize local "
+         "1048576\n"
+         "tank/e key:tank/e\n encryption - aes\n",
+         "feature large_blocks disabled\nfeature zstd_compress disabled\nfeature encryption "
+         "disabled\n"
+         "tank\n compression default on\n recordsize default 131072\n",
+         {"set feature@large_blocks=enabled tank", "set recordsize=1048576 tank",
+          "! tank/e encryption", "! tank compression"}},
         {"versions go up",
          "tank\n version - 5\ntank/a\n version - 4\n",
          "tank\n version - 4\ntank/a\n version - 5\n",
@@ -265,8 +281,12 @@ TEST(Plan, CreatesWhatIsMissing) {
          "tank\ntank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n"
          " keylocation local prompt\n",
          "tank\ntank/e key:tank/e\n keystatus - unavailable\n mountpoint local /e\n"
-         " keylocation local prompt\n",
-         {"load-key tank/e", "mount tank/e"}},
+         " keylocation local file:///gone\n",
+         {"set keylocation=prompt tank/e", "load-key tank/e", "mount tank/e"}},
+        {"renamed",
+         "tank\ntank/a\n",
+         "tank\ntank/b guid:tank/a\n",
+         {"create -u tank/a", "! tank/a guid", "? tank/a", "? tank/b"}},
     });
 }
 
@@ -350,6 +370,27 @@ TEST(Plan, MountsWhatWasMounted) {
          " zoned local on\n mountpoint local /y\n",
          {"set zoned=off tank/z", "set -u mountpoint=/z tank/z", "set -u sharenfs=on tank",
           "set zoned=on tank/z", "mount tank", "set readonly=on tank"}},
+        {"nothing is mounted by the way: not by shares,",
+         "tank mounted\n sharenfs local on\n mountpoint local /t\ntank/a mounted\n"
+         " mountpoint inherited:tank /t/a\n canmount default on\n sharenfs inherited:tank on\n",
+         "tank mounted\n sharenfs default off\n mountpoint local /t\ntank/a mounted\n"
+         " mountpoint local /x\n canmount default on\n sharenfs local ro\n",
+         {"set -u canmount=noauto tank/a", "unmount tank/a", "inherit mountpoint tank/a",
+          "set -u canmount=on tank/a", "mount tank/a", "set sharenfs=on tank",
+          "inherit sharenfs tank/a"}},
+        {"nor by a tool that does more than to record",
+         "tank mounted\n mountpoint local /t\n canmount default on\ntank/b mounted\n"
+         " mountpoint local /b\n canmount default on\n sharenfs local on\n",
+         "old\ntank\n mountpoint local /x\n canmount default on\n",
+         {"create -o canmount=noauto tank/b", "set canmount=noauto tank", "set mountpoint=/t tank",
+          "set mountpoint=/b tank/b", "mount tank/b", "mount tank", "inherit -S canmount tank",
+          "inherit -S canmount tank/b", "set sharenfs=on tank/b", "! tank/b guid"}},
+        {"not over the host's root, and that is not unmounted",
+         "tank mounted\n mountpoint local /\ntank/a\n mountpoint local /\ntank/b mounted\n"
+         " mountpoint local /b\n",
+         "tank\n mountpoint local /\ntank/a mounted\n mountpoint local /\ntank/b\n"
+         " mountpoint local /b\n",
+         {"! tank/a mounted", "! tank mounted", "! tank/b mounted"}},
         {"places without the altroot",
          "altroot /a\ntank mounted\n mountpoint local /a\ntank/b mounted\n mountpoint local /a/b\n",
          "altroot /x\ntank mounted\n mountpoint local /x\ntank/b mounted\n mountpoint local /x/c\n",
@@ -366,15 +407,16 @@ TEST(Plan, MountsWhatWasMounted) {
          {"set -u sharenfs=off tank/a", "set readonly=on tank/a", "set -u sharenfs=on tank",
           "inherit readonly tank"}},
         {"mounts follow what they inherit",
-         "tank\n readonly default off\ntank/a mounted\n readonly default off\n mountpoint local "
-         "/a\n"
+         "tank\n readonly default off\n atime default on\ntank/a mounted\n"
+         " readonly default off\n atime default on\n mountpoint local /a\n"
          "tank/b\n readonly local on\ntank/b/c mounted\n readonly inherited:tank/b on\n"
          " mountpoint local /c\n",
-         "tank\n readonly local on\ntank/a mounted\n readonly inherited:tank on\n"
-         " mountpoint local /a\ntank/b\n readonly local off\ntank/b/c mounted\n"
+         "tank\n readonly local on\n atime local off\ntank/a mounted\n readonly inherited:tank on\n"
+         " atime inherited:tank off\n mountpoint local /a\ntank/b\n readonly local off\ntank/b/c "
+         "mounted\n"
          " readonly inherited:tank/b off\n mountpoint local /c\n",
-         {"inherit readonly tank", "inherit readonly tank/a", "set readonly=on tank/b",
-          "inherit readonly tank/b/c"}},
+         {"inherit atime tank", "inherit atime tank/a", "inherit readonly tank",
+          "inherit readonly tank/a", "set readonly=on tank/b", "inherit readonly tank/b/c"}},
         {"mounted by others",
          "tank mounted\n mountpoint local /t\n",
          "tank mounted\n mountpoint local legacy\n",

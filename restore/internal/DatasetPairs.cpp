@@ -131,6 +131,12 @@ DatasetPairs::DatasetPairs(const PlanInput& input, PlanDraft& draft) {
         pair.liveAltroot = AltrootOf(input.live.state, name);
         if (byName_.find(name) != byName_.end())
             throw exc::CRuntimeExc("[%1] would be the name of two saved datasets.", name);
+        if (pair.live == nullptr && !saved.encryptionRoot.empty() &&
+            LacksFeature(input, draft, name, "encryption")) {
+            draft.CannotDo(name, "encryption", std::nullopt, std::nullopt,
+                           TextOfLacking("encryption"));
+            continue;
+        }
         if (CanBe(pair, draft)) {
             pairs_.push_back(std::move(pair));
             bySavedName_.emplace(saved.name, &pairs_.back());

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <set>
 #include <unordered_map>
 #include <utility>
 
@@ -35,12 +36,19 @@ bool HasOwnTurn(std::string_view property) {
            property == "version";
 }
 
+/// What a mount keeps until it is told: readonly, too, which has a turn of its own.
+bool IsMountOption(std::string_view property) {
+    static const std::vector<std::string_view> options = {"atime", "devices", "exec", "setuid"};
+    return IsAmong(options, property);
+}
+
 class DatasetPlanner {
 public:
     DatasetPlanner(const PlanInput& input, PlanDraft& draft)
         : input_(input), draft_(draft), pairs_(input, draft), steps_(input, draft) {}
 
     void Plan() {
+        FindRenamed();
         for (DatasetPair& pair : pairs_.All()) {
             if (pair.live == nullptr)
                 Create(pair);
@@ -60,6 +68,13 @@ public:
     }
 
 private:
+    void FindRenamed() {
+        if (input_.options.renames.empty())
+            for (const DatasetState& live : input_.live.state.datasets)
+                if (pairs_.FindLive(live.name) == nullptr && !live.guid.empty())
+                    renamed_.emplace(live.guid, live.name);
+    }
+
     void Create(DatasetPair& pair) {
         const DatasetState& saved = *pair.saved;
         draft_.CannotDo(pair.name, "guid", std::string(saved.guid), std::nullopt,
@@ -86,9 +101,10 @@ private:
             // Without -s, creation would add a reservation of its own.
             step.words.insert(step.words.end(), {"-s", "-V", std::string(size)});
             pair.changed["volsize"] = {PropertySource::Local, std::string(size), {}, {}};
-        } else if (TakesOption(input_.Tools().zfsUsage, "create", 'u')) {
+        } else if (TakesOption(input_.Tools().zfsUsage, "create", 'u') &&
+                   TakesOption(input_.Tools().zfsUsage, "set", 'u')) {
             step.words.emplace_back("-u");
-        } else {
+        } else { // its mount point would mount it, then or later
             options.properties.emplace_back("canmount=noauto");
             pair.changed["canmount"] = {PropertySource::Local, "noauto", std::nullopt, {}};
         }
@@ -97,6 +113,13 @@ private:
         step.words.push_back(pair.name);
         step.why = std::move(options.why);
         step.asksFor = std::move(options.asksFor);
+        if (const auto renamed = renamed_.find(saved.guid); renamed != renamed_.end()) {
+            const std::string there(renamed->second);
+            step.why += (step.why.empty() ? "" : "; ") + ("is there as " + there);
+            draft_.Say(pair.name, "is there as " + there +
+                                      ", which has its guid: `zfs rename` brings it back with its "
+                                      "data, and this plan makes an empty one");
+        }
         const auto maker = draft_.MakerOf(NameAbove(pair.name));
         const auto key = NeedKeyAbove(pair);
         const auto id = draft_.AddMaker(std::move(step));
@@ -153,7 +176,7 @@ private:
     }
 
     /// The step that loads the key of a live encryption root, if it is not loaded.
-    std::optional<PlanDraft::StepId> NeedKey(const DatasetPair* root) {
+    std::optional<PlanDraft::StepId> NeedKey(DatasetPair* root) {
         if (root == nullptr || root->live == nullptr ||
             ValueOf(*root->live, "keystatus") != "unavailable")
             return std::nullopt;
@@ -162,7 +185,9 @@ private:
         const auto known = keySteps_.find(root);
         if (known != keySteps_.end())
             return known->second;
-        const std::string_view place = ValueOf(*root->live, "keylocation");
+        const auto placed = RestoreKeyLocation(*root);
+        const std::string place =
+            root->Now("keylocation").value.value_or(""); // the tool reads it from there
         Step step;
         step.phase = Phase::Datasets;
         step.action = Action::LoadKey;
@@ -174,12 +199,23 @@ private:
         if (place == "prompt")
             step.asksFor = "the key of " + root->name;
         else
-            step.why = "reads the key from " + std::string(place);
-        return keySteps_[root] = draft_.Add(std::move(step));
+            step.why = "reads the key from " + place;
+        const auto id = keySteps_[root] = draft_.Add(std::move(step));
+        draft_.Need(id, placed);
+        return id;
+    }
+
+    /// Before a key is loaded: it may stand where it stood, and no longer where it is looked for.
+    std::optional<PlanDraft::StepId> RestoreKeyLocation(DatasetPair& root) {
+        const PropertyValue* place = root.saved->Find("keylocation");
+        if (root.saved->encryptionRoot != root.saved->name || place == nullptr ||
+            place->Source() != PropertySource::Local)
+            return std::nullopt;
+        return steps_.Restore(root, *place, {Phase::Datasets});
     }
 
     std::optional<PlanDraft::StepId> NeedKeyAbove(const DatasetPair& pair) {
-        for (const DatasetPair* above = pair.parent; above != nullptr; above = above->parent)
+        for (DatasetPair* above = pair.parent; above != nullptr; above = above->parent)
             if (above->live == nullptr || above->live->encryptionRoot == above->name)
                 return NeedKey(above);
         return std::nullopt;
@@ -212,8 +248,13 @@ private:
                 continue;
             }
             const bool isOwn = KindOf(input_.Tools(), saved.Name()) == PropertyKind::Own;
-            steps_.Restore(pair, saved, {isOwn ? Phase::Limits : Phase::Properties});
+            if (steps_.Restore(pair, saved, {isOwn ? Phase::Limits : Phase::Properties}) &&
+                IsMountOption(saved.Name()))
+                optionsHandedDown_.insert(saved.Name());
         }
+        if (pair.live != nullptr && pair.live->isMounted)
+            for (const std::string& option : optionsHandedDown_)
+                steps_.Follow(pair, option, {Phase::Properties});
     }
 
     void RestoreVersion(DatasetPair& pair) {
@@ -246,9 +287,7 @@ private:
         if (pair.live == nullptr || pair.saved->encryptionRoot != pair.saved->name ||
             pair.live->encryptionRoot != pair.name)
             return;
-        const PropertyValue* place = pair.saved->Find("keylocation");
-        if (place != nullptr && place->Source() == PropertySource::Local)
-            steps_.Restore(pair, *place, {Phase::Properties});
+        RestoreKeyLocation(pair);
         for (const char* property : {"keyformat", "pbkdf2iters"}) {
             const std::string_view saved = ValueOf(*pair.saved, property);
             const std::string_view live = ValueOf(*pair.live, property);
@@ -287,6 +326,8 @@ private:
     PropertySteps steps_;
     std::map<const DatasetPair*, PlanDraft::StepId> keySteps_;
     std::unordered_map<const std::string*, bool> isForThisTurn_;
+    std::set<std::string> optionsHandedDown_;
+    std::map<std::string_view, std::string_view> renamed_; ///< live names, by guid
 };
 
 } // namespace

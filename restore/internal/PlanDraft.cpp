@@ -1,5 +1,6 @@
 #include "restore/internal/PlanDraft.h"
 
+#include "restore/internal/Names.h"
 #include "util/str.h"
 
 #include <algorithm>
@@ -14,8 +15,23 @@ void AddOperand(std::vector<std::string>& words, std::string operand) {
     words.push_back(std::move(operand));
 }
 
+bool LacksFeature(const PlanInput& input, const PlanDraft& draft, std::string_view dataset,
+                  std::string_view feature) {
+    const PoolState* pool = feature.empty() ? nullptr : input.live.state.FindPool(PoolOf(dataset));
+    const PropertyValue* live =
+        pool == nullptr ? nullptr : pool->Find("feature@" + std::string(feature));
+    return live != nullptr && live->Value() == "disabled" &&
+           !draft.Enables(std::string(pool->name), live->Name());
+}
+
+std::string TextOfLacking(std::string_view feature) {
+    return "its pool has not enabled feature@" + std::string(feature) + ", which it needs for that";
+}
+
 PlanDraft::StepId PlanDraft::Add(Step step) {
     const auto maker = MakerOf(step.object.substr(0, step.object.find('@')));
+    if (util::str_is_starts_with(step.property, "feature@"))
+        features_.emplace(step.object, step.property);
     plan_.steps.push_back(std::move(step));
     const StepId id = plan_.steps.size() - 1;
     Need(id, maker);

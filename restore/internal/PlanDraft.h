@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// Parts of the plan: each adds its steps to one draft.
@@ -26,6 +27,14 @@ struct PlanInput {
 /// Adds a word that may look like an option: names of user properties may begin with "-".
 void AddOperand(std::vector<std::string>& words, std::string operand);
 
+class PlanDraft;
+
+/// Whether the live pool of a dataset knows a feature, has not enabled it, and no step so far does.
+[[nodiscard]] bool LacksFeature(const PlanInput& input, const PlanDraft& draft,
+                                std::string_view dataset, std::string_view feature);
+/// Why that keeps something from being done.
+[[nodiscard]] std::string TextOfLacking(std::string_view feature);
+
 /// Steps as they come; they get into order when all are known.
 class PlanDraft {
 public:
@@ -40,6 +49,11 @@ public:
     void Need(StepId step, std::optional<StepId> needed);
     /// The step that makes the pool or dataset, if one does.
     [[nodiscard]] std::optional<StepId> MakerOf(std::string_view object) const;
+
+    /// Whether a step enables this feature of the pool.
+    [[nodiscard]] bool Enables(const std::string& pool, const std::string& feature) const {
+        return features_.find({pool, feature}) != features_.end();
+    }
 
     /// Once, however often it is said.
     void CannotDo(std::string_view object, std::string_view property,
@@ -61,6 +75,7 @@ private:
     Plan plan_;
     std::map<std::string, StepId, std::less<>> makers_;
     std::set<std::string, std::less<>> leftOut_;
+    std::set<std::pair<std::string, std::string>> features_; ///< pools, and what is enabled of them
     std::set<std::array<std::string, 3>> said_; ///< what cannot be done: object, property, reason
 };
 

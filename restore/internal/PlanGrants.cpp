@@ -212,6 +212,11 @@ private:
             reason = "this host's tools have no quotas of objects";
         else if (quota.owner == Quota::Owner::Project && !tools.hasProjectQuotas)
             reason = "this host's tools have no quotas of projects";
+        else if (quota.owner == Quota::Owner::Project &&
+                 LacksFeature(input_, draft_, pair.name, "project_quota"))
+            reason = TextOfLacking("project_quota");
+        else if (quota.isOfObjects && LacksFeature(input_, draft_, pair.name, "userobj_accounting"))
+            reason = TextOfLacking("userobj_accounting");
         else if (!util::str_is_integer(quota.id) && tools.system != "SunOS")
             reason = "a Windows identity has no number here";
         if (reason.empty())

@@ -43,7 +43,8 @@ class MountPlanner {
 public:
     MountPlanner(const PlanInput& input, DatasetPairs& pairs, PropertySteps& steps,
                  PlanDraft& draft)
-        : input_(input), pairs_(pairs), steps_(steps), draft_(draft) {}
+        : input_(input), pairs_(pairs), steps_(steps), draft_(draft),
+          records_(TakesOption(input.Tools().zfsUsage, "set", 'u')) {}
 
     void Plan() {
         LeaveZones();
@@ -154,35 +155,68 @@ private:
                 continue;
             placed_[&pair] = *placed;
             pair.beforeMount.push_back(*placed);
-            if (pair.live != nullptr && wasOwn && !pair.Now("mountpoint").IsOwn())
+            if (pair.live != nullptr && (!records_ || (wasOwn && !pair.Now("mountpoint").IsOwn())))
                 for (const PlanDraft::StepId held : HoldBack(pair.name))
                     draft_.Need(*placed, held);
         }
-        for (DatasetPair& pair : pairs_.All()) {
-            if (!pair.NeedsTurns())
-                continue;
-            steps_.Restore(pair, "canmount", {Phase::Mountpoints, true});
-        }
         // What closes comes first: what is open above is open below as well.
-        for (const bool isClosing : {true, false})
+        for (const bool isClosing : {true, false}) {
             for (DatasetPair& pair : pairs_.All()) {
                 if (!pair.NeedsTurns())
                     continue;
-                RestoreShares(pair, isClosing);
+                RestoreShares(pair, isClosing, false);
                 if (isClosing ? IsReadOnly(pair) && pair.Now("readonly").value == "on"
                               : !IsReadOnly(pair))
                     steps_.Restore(pair, "readonly", {Phase::Mountpoints});
                 if (!isClosing && !IsReadOnly(pair) && pair.live != nullptr && pair.live->isMounted)
                     steps_.Follow(pair, "readonly", {Phase::Mountpoints});
             }
+            if (isClosing)
+                for (DatasetPair& pair : pairs_.All())
+                    if (pair.NeedsTurns() && !HasCanmountLast(pair))
+                        RestoreCanmount(pair);
+        }
         for (const char* property : {"zoned", "jailed"})
             for (DatasetPair& pair : pairs_.All())
                 if (pair.NeedsTurns())
                     steps_.Restore(pair, property, {Phase::Mountpoints});
-        ReleaseOthers();
+        if (records_)
+            ReleaseOthers(Phase::Mountpoints);
     }
 
-    void RestoreShares(DatasetPair& pair, bool isClosing) {
+    /// A tool that cannot just record it mounts what is shared by the way.
+    [[nodiscard]] bool HasCanmountLast(const DatasetPair& pair) const {
+        const PropertyValue* saved = pair.saved->Find("canmount");
+        return !records_ && saved != nullptr && saved->Value() == "on" &&
+               pair.Now("canmount").value == "noauto";
+    }
+
+    void RestoreCanmount(DatasetPair& pair) {
+        const PropertyValue* saved = pair.saved->Find("canmount");
+        if (records_ && saved != nullptr && saved->Source() == PropertySource::Default &&
+            steps_.CanRestore(pair, "canmount") && pair.Now("canmount").IsOwn() &&
+            !steps_.IsSame(pair, *saved, pair.Now("canmount")) && IsSharedAtOrBelow(pair.name))
+            steps_.Set(pair, "canmount", saved->Value(), {Phase::Mountpoints, true},
+                       "was default, but to inherit it mounts what is shared");
+        else
+            steps_.Restore(pair, "canmount", {Phase::Mountpoints, true});
+    }
+
+    [[nodiscard]] bool IsSharedAtOrBelow(const std::string& top) const {
+        const std::vector<DatasetState>& datasets = input_.live.state.datasets;
+        const DatasetState* live = input_.live.state.FindDataset(top);
+        for (; live != nullptr && live != datasets.data() + datasets.size() &&
+               IsWithin(live->name, top);
+             ++live)
+            for (const PropertyValue& property : live->properties)
+                if (IsShareProperty(property.Name()) && property.Value() != "off" &&
+                    property.Value() != "-")
+                    return true;
+        return false;
+    }
+
+    /// What cannot just be recorded mounts by the way: it is the `last`, when all is mounted.
+    void RestoreShares(DatasetPair& pair, bool isClosing, bool last) {
         if (inUse_.find(&pair) != inUse_.end())
             return;
         // What is mounted is shared anew at once.
@@ -190,16 +224,21 @@ private:
         for (const PropertyValue& saved : pair.saved->properties) {
             if (!IsShareProperty(saved.Name()) || (saved.Value() == "off") != isClosing)
                 continue;
-            const auto shared = steps_.Restore(pair, std::string_view(saved.Name()),
-                                               {Phase::Mountpoints, !isMounted});
-            if (shared)
+            const bool isLast =
+                !isClosing && !WasInZone(pair) && (!records_ || isMounted || !IsOwn(saved));
+            if (isLast != last)
+                continue;
+            const auto shared =
+                steps_.Restore(pair, std::string_view(saved.Name()),
+                               {isLast ? Phase::Mounts : Phase::Mountpoints, !isMounted});
+            if (shared && !isLast)
                 pair.beforeMount.push_back(*shared);
         }
     }
 
-    void ReleaseOthers() {
+    void ReleaseOthers(Phase phase) {
         for (const auto& [live, canmount] : heldBackOthers_) {
-            Step step = CanmountStep(live->name, "noauto", "on", Phase::Mountpoints);
+            Step step = CanmountStep(live->name, "noauto", "on", phase);
             step.why = "was held back";
             if (canmount->Source() != PropertySource::Local) {
                 step.action = Action::Inherit;
@@ -209,8 +248,8 @@ private:
         }
     }
 
-    /// `zfs inherit mountpoint` mounts the file system, and all that inherit from it, at once,
-    /// unless they are not mounted automatically.
+    /// `zfs inherit mountpoint`, and a `zfs set` that cannot just record it, mounts the file
+    /// system, and all that inherit from it, at once, unless they are not mounted automatically.
     std::vector<PlanDraft::StepId> HoldBack(const std::string& top) {
         std::vector<PlanDraft::StepId> held;
         const std::vector<DatasetState>& datasets = input_.live.state.datasets;
@@ -251,13 +290,16 @@ private:
                                       "is not to be mounted by the way"));
     }
 
-    static Step CanmountStep(std::string_view name, const char* was, const char* willBe,
-                             Phase phase) {
+    [[nodiscard]] Step CanmountStep(std::string_view name, const char* was, const char* willBe,
+                                    Phase phase) const {
         Step step;
         step.phase = phase;
         step.object = name;
         step.property = "canmount";
-        step.words = {"zfs", "set", std::string("canmount=") + willBe, std::string(name)};
+        step.words = {"zfs", "set"};
+        if (records_)
+            step.words.emplace_back("-u");
+        step.words.insert(step.words.end(), {std::string("canmount=") + willBe, std::string(name)});
         step.was = was;
         step.willBe = willBe;
         step.why = "is not to be mounted by the way; it was not saved";
@@ -290,6 +332,10 @@ private:
                 mounting.from = MountedAt(*pair.live);
             if (pair.saved->isMounted && IsMountable(pair, point))
                 mounting.to = point;
+            if (mounting.from == "/" && mounting.to != "/") {
+                draft_.CannotDo(pair.name, "mounted", "no", "yes", "the host runs from it");
+                continue;
+            }
             if (mounting.from != mounting.to && IsLegacy(pair)) {
                 draft_.CannotDo(pair.name, "mounted", pair.saved->isMounted ? "yes" : "no", "yes",
                                 "it is mounted by something else than `zfs mount`");
@@ -301,6 +347,7 @@ private:
             if (live.type == DatasetState::Type::Filesystem &&
                 points_.find(live.name) == points_.end())
                 AddOther(live);
+        LeaveToTheirRoot();
         std::map<std::string, bool> moving;
         for (const Mounting& mounting : mounts_)
             if (mounting.Moves())
@@ -313,6 +360,25 @@ private:
                                                 FindAbove(moving, mounting.from) == nullptr;
                                      }),
                       mounts_.end());
+    }
+
+    /// Another root than that of the host that runs, and what its pool has for it, is not mounted
+    /// over that.
+    void LeaveToTheirRoot() {
+        std::set<std::string, std::less<>> pools;
+        for (const Mounting& mounting : mounts_)
+            if (mounting.to == "/" && mounting.from != "/")
+                pools.emplace(PoolOf(mounting.name));
+        const auto isLeft = [&](const Mounting& mounting) {
+            if (mounting.from == mounting.to || mounting.to.empty() ||
+                pools.find(PoolOf(mounting.name)) == pools.end())
+                return false;
+            draft_.CannotDo(mounting.name, "mounted", "yes", mounting.from.empty() ? "no" : "yes",
+                            "the host runs from another root: plan again when it is booted from "
+                            "this one, or the pool is imported below an altroot");
+            return true;
+        };
+        mounts_.erase(std::remove_if(mounts_.begin(), mounts_.end(), isLeft), mounts_.end());
     }
 
     /// What was not saved is put back where it is, or where it is by what it inherits.
@@ -499,6 +565,14 @@ private:
 
     void RestoreLast() {
         for (DatasetPair& pair : pairs_.All())
+            if (pair.NeedsTurns() && HasCanmountLast(pair))
+                steps_.Restore(pair, "canmount", {Phase::Mounts});
+        if (!records_)
+            ReleaseOthers(Phase::Mounts);
+        for (DatasetPair& pair : pairs_.All())
+            if (pair.NeedsTurns())
+                RestoreShares(pair, false, true);
+        for (DatasetPair& pair : pairs_.All())
             if (pair.NeedsTurns() && IsReadOnly(pair)) {
                 steps_.Restore(pair, "readonly", {Phase::Mounts});
                 if (pair.saved->isMounted)
@@ -534,6 +608,7 @@ private:
     DatasetPairs& pairs_;
     PropertySteps& steps_;
     PlanDraft& draft_;
+    bool records_; ///< whether the tool sets a mount point and mounts nothing
     std::map<std::string, std::string, std::less<>>
         points_; ///< mount points behind the steps, by name
     std::vector<Mounting> mounts_;

@@ -160,6 +160,11 @@ PropertySteps::Restore(DatasetPair& pair, const PropertyValue& saved, const Turn
         Cannot(pair, saved, "a mount option covered what was stored");
         return std::nullopt;
     }
+    if (const std::string_view feature = FeatureFor(saved.Name(), saved.Value());
+        LacksFeature(input_, draft_, pair.name, feature) && !IsSame(pair, saved, now)) {
+        Cannot(pair, saved, TextOfLacking(feature));
+        return std::nullopt;
+    }
     const auto step = kind == PropertyKind::Inheritable ? RestoreInheritable(pair, saved, turn)
                                                         : RestoreOwn(pair, saved, turn);
     SayOfReceived(pair, saved);

@@ -97,6 +97,25 @@ std::string_view KnownDefault(std::string_view property) {
     return property == "canmount" ? "on" : std::string_view();
 }
 
+std::string_view FeatureFor(std::string_view property, std::string_view value) {
+    constexpr std::uint64_t largest = 128U << 10U;
+    if (property == "compression")
+        return util::str_is_starts_with(value, "zstd") ? "zstd_compress"
+               : value == "lz4"                        ? "lz4_compress"
+                                                       : "";
+    if (property == "checksum" || property == "dedup")
+        for (const std::string_view feature : {"sha512", "skein", "edonr", "blake3"})
+            if (util::str_is_starts_with(value, feature))
+                return feature;
+    if (property == "recordsize" && WholeNumber(value).value_or(0) > largest)
+        return "large_blocks";
+    if (property == "dnodesize" && value != "legacy")
+        return "large_dnode";
+    if (IsLimit(property) && Canonical(property, value, {}) != "none")
+        return "filesystem_limits";
+    return {};
+}
+
 std::string_view StoredMountpoint(std::string_view printed, std::string_view altroot) {
     const bool hasRoot = altroot.size() > 1 && util::str_is_starts_with(printed, altroot) &&
                          (printed.size() == altroot.size() || printed[altroot.size()] == '/');

@@ -38,6 +38,9 @@ enum class PropertyKind {
 /// The canonical default of what is not handed down, where every system has the same; else empty.
 [[nodiscard]] std::string_view KnownDefault(std::string_view property);
 
+/// The feature that a pool has to have for a value of a property; empty when it needs none.
+[[nodiscard]] std::string_view FeatureFor(std::string_view property, std::string_view value);
+
 /// A mount point as it is stored: without the altroot before it, and without "/" behind it.
 [[nodiscard]] std::string_view StoredMountpoint(std::string_view printed, std::string_view altroot);
 
