@@ -348,18 +348,43 @@ private:
                 points_.find(live.name) == points_.end())
                 AddOther(live);
         LeaveToTheirRoot();
-        std::map<std::string, bool> moving;
+        TakeAlongWhatIsBelow();
+        mounts_.erase(std::remove_if(mounts_.begin(), mounts_.end(),
+                                     [](const Mounting& mounting) { return !mounting.Moves(); }),
+                      mounts_.end());
+    }
+
+    /// What stands below a place where one goes or comes has to be unmounted for a while, and so
+    /// has what is below a dataset that is unmounted: the tool takes it along, wherever it is
+    /// mounted.
+    void TakeAlongWhatIsBelow() {
+        std::map<std::string, bool> places;
+        std::set<std::string_view> names;
+        const auto isBelowName = [&names](std::string_view name) {
+            for (name = NameAbove(name); !name.empty(); name = NameAbove(name))
+                if (names.find(name) != names.end())
+                    return true;
+            return false;
+        };
+        const auto move = [&](const Mounting& mounting) {
+            for (const std::string& path : {mounting.from, mounting.to})
+                if (!path.empty())
+                    places.emplace(path, true);
+            if (!mounting.from.empty())
+                names.insert(mounting.name);
+        };
         for (const Mounting& mounting : mounts_)
             if (mounting.Moves())
-                for (const std::string& path : {mounting.from, mounting.to})
-                    if (!path.empty())
-                        moving.emplace(path, true);
-        mounts_.erase(std::remove_if(mounts_.begin(), mounts_.end(),
-                                     [&](const Mounting& mounting) {
-                                         return !mounting.Moves() &&
-                                                FindAbove(moving, mounting.from) == nullptr;
-                                     }),
-                      mounts_.end());
+                move(mounting);
+        for (bool isNew = true; isNew;) {
+            isNew = false;
+            for (Mounting& mounting : mounts_)
+                if (!mounting.Moves() &&
+                    (FindAbove(places, mounting.from) != nullptr || isBelowName(mounting.name))) {
+                    mounting.isUnmounted = isNew = true;
+                    move(mounting);
+                }
+        }
     }
 
     /// Another root than that of the host that runs, and what its pool has for it, is not mounted
@@ -480,24 +505,45 @@ private:
         return step;
     }
 
-    /// What is mounted below goes first: the tool would take it along, without a word.
+    /// What is mounted below goes first, and what is below by name: the tool would take it along,
+    /// without a word.
     void Unmount() {
-        std::sort(mounts_.begin(), mounts_.end(),
-                  [](const Mounting& a, const Mounting& b) { return a.from > b.from; });
-        for (Mounting& mounting : mounts_) {
-            if (mounting.from.empty())
-                continue;
-            Step step = MountStep(mounting.name, false);
-            if (mounting.to.empty())
-                step.why = "was not mounted";
-            else if (mounting.from != mounting.to)
-                step.why = "was mounted at " + mounting.to;
-            else
-                step.why = "is mounted again, when what is above it is";
-            mounting.unmounted = draft_.Add(std::move(step));
-            if (const auto placed = placed_.find(mounting.pair); placed != placed_.end())
-                draft_.Need(placed->second, mounting.unmounted);
-        }
+        std::map<std::string_view, Mounting*> byName;
+        std::multimap<std::string, Mounting*> byPlace;
+        for (Mounting& mounting : mounts_)
+            if (!mounting.from.empty()) {
+                byName.emplace(mounting.name, &mounting);
+                byPlace.emplace(mounting.from, &mounting);
+            }
+        std::set<const Mounting*> begun;
+        const std::function<void(Mounting&)> unmount = [&](Mounting& mounting) {
+            if (!begun.insert(&mounting).second)
+                return;
+            const std::string place = mounting.from == "/" ? "/" : mounting.from + "/";
+            for (auto below = byPlace.lower_bound(place);
+                 below != byPlace.end() && util::str_is_starts_with(below->first, place); ++below)
+                unmount(*below->second);
+            const std::string name = mounting.name + "/";
+            for (auto below = byName.lower_bound(name);
+                 below != byName.end() && util::str_is_starts_with(below->first, name); ++below)
+                unmount(*below->second);
+            AddUnmount(mounting);
+        };
+        for (auto mounting = byPlace.rbegin(); mounting != byPlace.rend(); ++mounting)
+            unmount(*mounting->second);
+    }
+
+    void AddUnmount(Mounting& mounting) {
+        Step step = MountStep(mounting.name, false);
+        if (mounting.to.empty())
+            step.why = "was not mounted";
+        else if (mounting.from != mounting.to)
+            step.why = "was mounted at " + mounting.to;
+        else
+            step.why = "is mounted again, when what is above it is";
+        mounting.unmounted = draft_.Add(std::move(step));
+        if (const auto placed = placed_.find(mounting.pair); placed != placed_.end())
+            draft_.Need(placed->second, mounting.unmounted);
     }
 
     /// The upper ones first: one that comes later would cover what is mounted below it.
