@@ -355,6 +355,18 @@ TEST(Plan, MountsWhatWasMounted) {
          {"unmount tank/b", "unmount tank/c", "unmount tank/z", "unmount tank/a", "unmount tank",
           "set -u mountpoint=/new tank", "set -u mountpoint=/x tank/b", "mount tank",
           "mount tank/a", "mount tank/z", "mount tank/b", "mount tank/c", "? tank/z"}},
+        {"what is below by name goes along, wherever it is mounted, but for legacy mounts",
+         "tank mounted\n mountpoint local /new\ntank/k mounted\n mountpoint local legacy\n"
+         "tank/z mounted\n mountpoint local /a\ntank/z/y mounted\n mountpoint local /0\n",
+         "tank mounted\n mountpoint local /old\ntank/k mounted\n mountpoint local legacy\n"
+         "tank/l mounted\n mountpoint local legacy\ntank/z mounted\n mountpoint local /a\n"
+         "tank/z/y mounted\n mountpoint local /0\n",
+         {"unmount tank/z/y", "unmount tank/z", "unmount tank", "set -u mountpoint=/new tank",
+          "mount tank/z/y", "mount tank/z", "mount tank", "? tank/l"}},
+        {"together, where what is below by name is above by its place",
+         "tank mounted\n mountpoint local /n\ntank/c mounted\n mountpoint local /p\n",
+         "tank mounted\n mountpoint local /p/q\ntank/c mounted\n mountpoint local /p\n",
+         {"unmount tank", "set -u mountpoint=/n tank", "mount tank", "mount tank/c"}},
         {"to inherit a mount point would mount by the way",
          "tank\n mountpoint default /tank\n canmount default on\ntank/a mounted\n"
          " mountpoint default /tank/a\n canmount default on\n",

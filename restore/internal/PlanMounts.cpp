@@ -337,6 +337,8 @@ private:
                 continue;
             }
             if (mounting.from != mounting.to && IsLegacy(pair)) {
+                if (pair.saved->isMounted && !IsPath(point))
+                    continue;
                 draft_.CannotDo(pair.name, "mounted", pair.saved->isMounted ? "yes" : "no", "yes",
                                 "it is mounted by something else than `zfs mount`");
                 continue;
@@ -417,6 +419,8 @@ private:
         const auto above = points_.find(NameAbove(live.name));
         if (mountpoint != nullptr && !IsOwn(*mountpoint) && above != points_.end())
             point = Below(above->second, live.name);
+        if (mountpoint != nullptr && mountpoint->Value() == "legacy")
+            return; // whoever mounts it
         if (!mounting.from.empty())
             mounting.to = IsPath(point) ? point : std::string();
         AddMounting(std::move(mounting));
@@ -526,11 +530,23 @@ private:
             const std::string name = mounting.name + "/";
             for (auto below = byName.lower_bound(name);
                  below != byName.end() && util::str_is_starts_with(below->first, name); ++below)
-                unmount(*below->second);
+                if (!IsAbovePlace(*below->second, mounting))
+                    unmount(*below->second);
+            for (auto above = NameAbove(mounting.name); !above.empty(); above = NameAbove(above))
+                if (const auto taker = byName.find(above);
+                    taker != byName.end() && IsAbovePlace(mounting, *taker->second)) {
+                    mounting.unmounted = taker->second->unmounted;
+                    return;
+                }
             AddUnmount(mounting);
         };
         for (auto mounting = byPlace.rbegin(); mounting != byPlace.rend(); ++mounting)
             unmount(*mounting->second);
+    }
+
+    /// To unmount one that is mounted below what is below it by name takes both.
+    static bool IsAbovePlace(const Mounting& upper, const Mounting& lower) {
+        return upper.from != lower.from && IsBelowPath(lower.from, upper.from);
     }
 
     void AddUnmount(Mounting& mounting) {
