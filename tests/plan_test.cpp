@@ -382,11 +382,6 @@ TEST(Plan, MountsWhatWasMounted) {
          " zoned local on\n mountpoint local /y\n",
          {"set zoned=off tank/z", "set -u mountpoint=/z tank/z", "set -u sharenfs=on tank",
           "set zoned=on tank/z", "mount tank", "set readonly=on tank"}},
-        {"the tool takes along what is below by name, wherever it is",
-         "tank mounted\n mountpoint local /t\ntank/a mounted\n mountpoint local /a\n",
-         "tank mounted\n mountpoint local /x\ntank/a mounted\n mountpoint local /a\n",
-         {"unmount tank/a", "unmount tank", "set -u mountpoint=/t tank", "mount tank/a",
-          "mount tank"}},
         {"nothing is mounted by the way: not by shares,",
          "tank mounted\n sharenfs local on\n mountpoint local /t\ntank/a mounted\n"
          " mountpoint inherited:tank /t/a\n canmount default on\n sharenfs inherited:tank on\n",
