@@ -69,7 +69,9 @@ public:
 
 private:
     void FindRenamed() {
-        if (input_.options.renames.empty())
+        const bool isAllThere = std::none_of(pairs_.All().begin(), pairs_.All().end(),
+                                             [](const auto& pair) { return pair.live == nullptr; });
+        if (!isAllThere && input_.options.renames.empty())
             for (const DatasetState& live : input_.live.state.datasets)
                 if (pairs_.FindLive(live.name) == nullptr && !live.guid.empty())
                     renamed_.emplace(live.guid, live.name);
