@@ -367,6 +367,10 @@ TEST(Plan, MountsWhatWasMounted) {
          "tank mounted\n mountpoint local /n\ntank/c mounted\n mountpoint local /p\n",
          "tank mounted\n mountpoint local /p/q\ntank/c mounted\n mountpoint local /p\n",
          {"unmount tank", "set -u mountpoint=/n tank", "mount tank", "mount tank/c"}},
+        {"a mount option goes with its mount",
+         "tank mounted\n mountpoint local /t\n atime temporary off\n",
+         "tank mounted\n mountpoint local /u\n atime temporary off\n",
+         {"unmount tank", "set -u mountpoint=/t tank", "mount tank", "! tank atime"}},
         {"to inherit a mount point would mount by the way",
          "tank\n mountpoint default /tank\n canmount default on\ntank/a mounted\n"
          " mountpoint default /tank/a\n canmount default on\n",

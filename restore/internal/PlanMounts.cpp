@@ -582,6 +582,7 @@ private:
                                     ", and would be covered");
                 continue;
             }
+            SayOfMountOptions(mounting);
             const auto id = draft_.Add(MountStep(mounting.name, true));
             for (auto below = FindAtOrBelow(unmounted, mounting.to);
                  below != unmounted.end() && IsBelowPath(below->first, mounting.to); ++below)
@@ -596,6 +597,25 @@ private:
                 draft_.Need(id, *above);
             done.emplace(mounting.to, id);
             mounting.mounted = id;
+        }
+    }
+
+    /// Those of a mount are gone when it is.
+    void SayOfMountOptions(const Mounting& mounting) {
+        const DatasetState* live =
+            mounting.unmounted ? input_.live.state.FindDataset(mounting.name) : nullptr;
+        if (live == nullptr)
+            return;
+        for (const PropertyValue& property : live->properties) {
+            if (property.Source() != PropertySource::Temporary)
+                continue;
+            const PropertyValue* saved =
+                mounting.pair == nullptr ? nullptr : mounting.pair->saved->Find(property.Name());
+            if (saved != nullptr && saved->Source() == PropertySource::Temporary)
+                draft_.CannotDo(mounting.name, property.Name(), std::string(saved->Value()),
+                                std::string(property.Value()), std::string(coveredByMountOption));
+            else if (mounting.pair == nullptr)
+                draft_.Say(mounting.name, "is mounted again without its mount options");
         }
     }
 

@@ -157,7 +157,7 @@ PropertySteps::Restore(DatasetPair& pair, const PropertyValue& saved, const Turn
         return std::nullopt;
     }
     if (saved.Source() == PropertySource::Temporary) {
-        Cannot(pair, saved, "a mount option covered what was stored");
+        Cannot(pair, saved, std::string(coveredByMountOption));
         return std::nullopt;
     }
     if (const std::string_view feature = FeatureFor(saved.Name(), saved.Value());

@@ -15,6 +15,9 @@ struct Turn {
     bool isOnlyRecorded = false;
 };
 
+/// Why a temporary value cannot be put back, nor what stands behind it.
+constexpr std::string_view coveredByMountOption = "a mount option covered what was stored";
+
 /// What makes one property of a dataset again what it was.
 class PropertySteps {
 public:
