@@ -89,9 +89,11 @@ std::vector<std::string> Differences(const Truth& before, const Truth& after,
                                       (told.property.empty() && isWithin(told.object)) ||
                                       (told.property == "quotas of users" &&
                                        isOf(told.object, "quota of")) ||
-                                      ((told.property == "mounted" ||
-                                        told.reason == "a mount option covered what was stored") &&
-                                       isOf(told.object, "mount"));
+                                      (told.property == "mounted" && isOf(told.object, "mount")) ||
+                                      (told.reason == "a mount option covered what was stored" &&
+                                       (isOf(told.object, "mount") || // and what is handed down
+                                        (isWithin(told.object) &&
+                                         line.find("\t" + told.property + "\t") != line.npos)));
                            }) ||
                std::any_of(plan.mentioned.begin(), plan.mentioned.end(), [&](const Mention& told) {
                    return told.text == "was not saved"
