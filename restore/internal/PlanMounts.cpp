@@ -208,11 +208,17 @@ private:
         for (; live != nullptr && live != datasets.data() + datasets.size() &&
                IsWithin(live->name, top);
              ++live)
-            for (const PropertyValue& property : live->properties)
-                if (IsShareProperty(property.Name()) && property.Value() != "off" &&
-                    property.Value() != "-")
-                    return true;
+            if (IsShared(*live))
+                return true;
         return false;
+    }
+
+    static bool IsShared(const DatasetState& dataset) {
+        return std::any_of(dataset.properties.begin(), dataset.properties.end(),
+                           [](const PropertyValue& property) {
+                               return IsShareProperty(property.Name()) &&
+                                      property.Value() != "off" && property.Value() != "-";
+                           });
     }
 
     /// What cannot just be recorded mounts by the way: it is the `last`, when all is mounted.
@@ -536,9 +542,12 @@ private:
                 if (const auto taker = byName.find(above);
                     taker != byName.end() && IsAbovePlace(mounting, *taker->second)) {
                     mounting.unmounted = taker->second->unmounted;
-                    return;
+                    break;
                 }
-            AddUnmount(mounting);
+            if (!mounting.unmounted)
+                mounting.unmounted = draft_.Add(UnmountStep(mounting));
+            if (const auto placed = placed_.find(mounting.pair); placed != placed_.end())
+                draft_.Need(placed->second, mounting.unmounted);
         };
         for (auto mounting = byPlace.rbegin(); mounting != byPlace.rend(); ++mounting)
             unmount(*mounting->second);
@@ -549,7 +558,7 @@ private:
         return upper.from != lower.from && IsBelowPath(lower.from, upper.from);
     }
 
-    void AddUnmount(Mounting& mounting) {
+    static Step UnmountStep(const Mounting& mounting) {
         Step step = MountStep(mounting.name, false);
         if (mounting.to.empty())
             step.why = "was not mounted";
@@ -557,9 +566,7 @@ private:
             step.why = "was mounted at " + mounting.to;
         else
             step.why = "is mounted again, when what is above it is";
-        mounting.unmounted = draft_.Add(std::move(step));
-        if (const auto placed = placed_.find(mounting.pair); placed != placed_.end())
-            draft_.Need(placed->second, mounting.unmounted);
+        return step;
     }
 
     /// The upper ones first: one that comes later would cover what is mounted below it.
@@ -669,13 +676,7 @@ private:
         for (const Mounting& mounting : mounts_) {
             if (!mounting.mounted || mounting.pair == nullptr)
                 continue;
-            const auto& properties = mounting.pair->saved->properties;
-            const bool isShared =
-                std::any_of(properties.begin(), properties.end(), [](const PropertyValue& saved) {
-                    return IsShareProperty(saved.Name()) && saved.Value() != "off" &&
-                           saved.Value() != "-";
-                });
-            if (!isShared)
+            if (!IsShared(*mounting.pair->saved))
                 continue;
             Step step;
             step.phase = Phase::Shares;
