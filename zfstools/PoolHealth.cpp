@@ -205,8 +205,12 @@ public:
         stateColumn_ = line.find("STATE");
         util::ConsumeWord(rest);
         std::vector<Counter> counters;
-        while (const Counter counter = CounterOf(util::ConsumeWord(rest)))
+        Counter counter = CounterOf(util::ConsumeWord(rest));
+        // A title that comes twice is no known one: its counts are left to the note.
+        while (counter && std::find(counters.begin(), counters.end(), counter) == counters.end()) {
             counters.push_back(counter);
+            counter = CounterOf(util::ConsumeWord(rest));
+        }
         if (!counters.empty())
             counters_ = std::move(counters);
         return true;
