@@ -242,6 +242,12 @@ TEST(Plan, SetsAndInheritsWhatDiffers) {
          "tank\n compression default on\n recordsize default 131072\n",
          {"set feature@large_blocks=enabled tank", "set recordsize=1048576 tank",
           "! tank/e encryption", "! tank compression"}},
+        {"a feature is lacking, or is not known",
+         "tank\n checksum local blake3\n longname local on\ntank/v volume\n volsize - 1048576\n "
+         "volblocksize - 1048576\n",
+         "feature async_destroy enabled\nfeature large_blocks disabled\n"
+         "tank\n checksum default on\n longname default off\n",
+         {"! tank/v volblocksize", "! tank checksum", "! tank longname"}},
         {"versions go up",
          "tank\n version - 5\ntank/a\n version - 4\n",
          "tank\n version - 4\ntank/a\n version - 5\n",

@@ -131,13 +131,7 @@ DatasetPairs::DatasetPairs(const PlanInput& input, PlanDraft& draft) {
         pair.liveAltroot = AltrootOf(input.live.state, name);
         if (byName_.find(name) != byName_.end())
             throw exc::CRuntimeExc("[%1] would be the name of two saved datasets.", name);
-        if (pair.live == nullptr && !saved.encryptionRoot.empty() &&
-            LacksFeature(input, draft, name, "encryption")) {
-            draft.CannotDo(name, "encryption", std::nullopt, std::nullopt,
-                           TextOfLacking("encryption"));
-            continue;
-        }
-        if (CanBe(pair, draft)) {
+        if (CanBe(pair, input, draft)) {
             pairs_.push_back(std::move(pair));
             bySavedName_.emplace(saved.name, &pairs_.back());
             byName_.emplace(pairs_.back().name, &pairs_.back());
@@ -162,7 +156,7 @@ DatasetPair* DatasetPairs::FindLive(std::string_view live) const {
     return found == byName_.end() ? nullptr : found->second;
 }
 
-bool DatasetPairs::CanBe(const DatasetPair& pair, PlanDraft& draft) const {
+bool DatasetPairs::CanBe(const DatasetPair& pair, const PlanInput& input, PlanDraft& draft) const {
     const DatasetState& saved = *pair.saved;
     if (pair.live != nullptr) {
         if (pair.live->type == saved.type)
@@ -183,6 +177,18 @@ bool DatasetPairs::CanBe(const DatasetPair& pair, PlanDraft& draft) const {
         draft.CannotDo(pair.name, "volsize", std::nullopt, std::nullopt, "its size is not known");
         return false;
     }
+    const auto lacksFeatureFor = [&](std::string_view property, std::string_view feature) {
+        if (!LacksFeature(input, draft, pair.name, feature))
+            return false;
+        draft.CannotDo(pair.name, property, std::nullopt, std::nullopt, TextOfLacking(feature));
+        return true;
+    };
+    if (!saved.encryptionRoot.empty() && lacksFeatureFor("encryption", "encryption"))
+        return false;
+    const PropertyValue* blocks = saved.Find("volblocksize");
+    if (blocks != nullptr &&
+        lacksFeatureFor(blocks->Name(), FeatureFor(blocks->Name(), blocks->Value())))
+        return false;
     const PropertyValue* source = saved.Find("keysource"); // Solaris
     if (source != nullptr && source->Source() == PropertySource::Local &&
         KindOf(*pair.tools, "keysource") == PropertyKind::Unknown) {

@@ -85,7 +85,8 @@ public:
     [[nodiscard]] DatasetPair* FindLive(std::string_view live) const;
 
 private:
-    [[nodiscard]] bool CanBe(const DatasetPair& pair, PlanDraft& draft) const;
+    [[nodiscard]] bool CanBe(const DatasetPair& pair, const PlanInput& input,
+                             PlanDraft& draft) const;
 
     std::deque<DatasetPair> pairs_;
     std::unordered_map<std::string_view, DatasetPair*> bySavedName_;

@@ -18,10 +18,14 @@ void AddOperand(std::vector<std::string>& words, std::string operand) {
 bool LacksFeature(const PlanInput& input, const PlanDraft& draft, std::string_view dataset,
                   std::string_view feature) {
     const PoolState* pool = feature.empty() ? nullptr : input.live.state.FindPool(PoolOf(dataset));
-    const PropertyValue* live =
-        pool == nullptr ? nullptr : pool->Find("feature@" + std::string(feature));
-    return live != nullptr && live->Value() == "disabled" &&
-           !draft.Enables(std::string(pool->name), live->Name());
+    if (pool == nullptr)
+        return false;
+    const std::string property = "feature@" + std::string(feature);
+    const PropertyValue* live = pool->Find(property);
+    // Tools that know features print a row for each that they know.
+    const bool isLacking = live != nullptr ? live->Value() == "disabled"
+                                           : pool->Find("feature@async_destroy") != nullptr;
+    return isLacking && !draft.Enables(std::string(pool->name), property);
 }
 
 std::string TextOfLacking(std::string_view feature) {

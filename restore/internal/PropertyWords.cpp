@@ -107,8 +107,12 @@ std::string_view FeatureFor(std::string_view property, std::string_view value) {
         for (const std::string_view feature : {"sha512", "skein", "edonr", "blake3"})
             if (util::str_is_starts_with(value, feature))
                 return feature;
-    if (property == "recordsize" && WholeNumber(value).value_or(0) > largest)
+    if ((property == "recordsize" || property == "volblocksize" ||
+         property == "special_small_blocks") &&
+        WholeNumber(value).value_or(0) > largest)
         return "large_blocks";
+    if (property == "longname" && value == "on")
+        return "longname";
     if (property == "dnodesize" && value != "legacy")
         return "large_dnode";
     if (IsLimit(property) && Canonical(property, value, {}) != "none")
