@@ -25,8 +25,8 @@ ToolsState Tools() {
     tools.zfsUsage = {{"create", "[-Pnpuv] <filesystem>"},
                       {"set", "[-u] <property=value> ... <filesystem|volume|snapshot> ..."},
                       {"inherit", "[-rS] <property> <filesystem|volume|snapshot> ..."}};
-    for (const char* name : {"atime", "compression", "mountpoint", "recordsize", "readonly",
-                             "sharenfs", "xattr", "zoned"})
+    for (const char* name : {"atime", "checksum", "compression", "longname", "mountpoint",
+                             "readonly", "recordsize", "relatime", "sharenfs", "xattr", "zoned"})
         tools.datasetProperties[name] = {true, true, ""};
     for (const char* name : {"canmount", "keylocation", "quota", "refquota", "reservation",
                              "refreservation", "snapshot_limit", "version", "volsize"})
@@ -429,16 +429,18 @@ TEST(Plan, MountsWhatWasMounted) {
          {"set -u sharenfs=off tank/a", "set readonly=on tank/a", "set -u sharenfs=on tank",
           "inherit readonly tank"}},
         {"mounts follow what they inherit",
-         "tank\n readonly default off\n atime default on\ntank/a mounted\n"
-         " readonly default off\n atime default on\n mountpoint local /a\n"
+         "tank\n readonly default off\n atime default on\n relatime default on\ntank/a mounted\n"
+         " readonly default off\n atime default on\n relatime default on\n mountpoint local /a\n"
          "tank/b\n readonly local on\ntank/b/c mounted\n readonly inherited:tank/b on\n"
          " mountpoint local /c\n",
-         "tank\n readonly local on\n atime local off\ntank/a mounted\n readonly inherited:tank on\n"
-         " atime inherited:tank off\n mountpoint local /a\ntank/b\n readonly local off\ntank/b/c "
+         "tank\n readonly local on\n atime local off\n relatime local off\ntank/a mounted\n"
+         " readonly inherited:tank on\n atime inherited:tank off\n relatime inherited:tank off\n"
+         " mountpoint local /a\ntank/b\n readonly local off\ntank/b/c "
          "mounted\n"
          " readonly inherited:tank/b off\n mountpoint local /c\n",
-         {"inherit atime tank", "inherit atime tank/a", "inherit readonly tank",
-          "inherit readonly tank/a", "set readonly=on tank/b", "inherit readonly tank/b/c"}},
+         {"inherit atime tank", "inherit relatime tank", "inherit atime tank/a",
+          "inherit relatime tank/a", "inherit readonly tank", "inherit readonly tank/a",
+          "set readonly=on tank/b", "inherit readonly tank/b/c"}},
         {"mounted by others",
          "tank mounted\n mountpoint local /t\n",
          "tank mounted\n mountpoint local legacy\n",

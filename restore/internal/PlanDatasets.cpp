@@ -38,7 +38,8 @@ bool HasOwnTurn(std::string_view property) {
 
 /// What a mount keeps until it is told: readonly, too, which has a turn of its own.
 bool IsMountOption(std::string_view property) {
-    static const std::vector<std::string_view> options = {"atime", "devices", "exec", "setuid"};
+    static const std::vector<std::string_view> options = {"atime", "devices", "exec", "relatime",
+                                                          "setuid"};
     return IsAmong(options, property);
 }
 
