@@ -385,6 +385,10 @@ TEST(Plan, MountsWhatWasMounted) {
          {"set -u canmount=noauto tank", "set -u canmount=noauto tank/a", "unmount tank/a",
           "inherit mountpoint tank", "inherit -S canmount tank", "inherit -S canmount tank/a",
           "mount tank/a"}},
+        {"so would one that came with a stream",
+         "tank\n mountpoint received /r /r\n canmount default on\n",
+         "tank\n mountpoint local /t /r\n canmount default on\n",
+         {"set -u canmount=noauto tank", "inherit -S mountpoint tank", "inherit -S canmount tank"}},
         {"zoned again before anything is mounted, read-only behind it; what is mounted is shared",
          "tank mounted\n mountpoint local /t\n sharenfs local on\n readonly local on\ntank/z\n"
          " zoned local on\n mountpoint local /z\n",

@@ -149,13 +149,13 @@ private:
         for (DatasetPair& pair : pairs_.All()) {
             if (!pair.NeedsTurns() || inUse_.find(&pair) != inUse_.end())
                 continue;
-            const bool wasOwn = pair.Now("mountpoint").IsOwn();
             const auto placed = steps_.Restore(pair, "mountpoint", {Phase::Mountpoints, true});
             if (!placed)
                 continue;
             placed_[&pair] = *placed;
             pair.beforeMount.push_back(*placed);
-            if (pair.live != nullptr && (!records_ || (wasOwn && !pair.Now("mountpoint").IsOwn())))
+            const bool isSet = pair.Now("mountpoint").source == PropertySource::Local;
+            if (pair.live != nullptr && (!records_ || !isSet))
                 for (const PlanDraft::StepId held : HoldBack(pair.name))
                     draft_.Need(*placed, held);
         }
