@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,8 +26,9 @@ ToolsState Tools() {
     tools.zfsUsage = {{"create", "[-Pnpuv] <filesystem>"},
                       {"set", "[-u] <property=value> ... <filesystem|volume|snapshot> ..."},
                       {"inherit", "[-rS] <property> <filesystem|volume|snapshot> ..."}};
-    for (const char* name : {"atime", "checksum", "compression", "longname", "mountpoint",
-                             "readonly", "recordsize", "relatime", "sharenfs", "xattr", "zoned"})
+    for (const char* name :
+         {"atime", "checksum", "compression", "devices", "exec", "longname", "mountpoint",
+          "readonly", "recordsize", "relatime", "setuid", "sharenfs", "xattr", "zoned"})
         tools.datasetProperties[name] = {true, true, ""};
     for (const char* name : {"canmount", "keylocation", "quota", "refquota", "reservation",
                              "refreservation", "snapshot_limit", "version", "volsize"})
@@ -48,10 +50,10 @@ PropertySource SourceOf(std::string_view word) {
                                  : PropertySource::None;
 }
 
-/// "altroot PATH" and "feature NAME VALUE" of the pool; "old" when the tool mounts what it sets;
-/// "NAME [volume] [mounted] [key:ROOT] [guid:NAME] [doubt]" for a dataset, and behind it, indented,
-/// "PROPERTY SOURCE VALUE [RECEIVED]", "allow LINE" and "userquota@1 5". A snapshot holds
-/// "hold TAG". "~" stands for a blank.
+/// "altroot PATH" and "feature NAME VALUE" of the pool; "old" when the tool mounts what it sets,
+/// and shares nothing by the way; "NAME [volume] [mounted] [key:ROOT] [guid:NAME] [doubt]" for a
+/// dataset, and behind it, indented, "PROPERTY SOURCE VALUE [RECEIVED]", "allow LINE" and
+/// "userquota@1 5". A snapshot holds "hold TAG", or "hold ?". "~" stands for a blank.
 HostState State(std::string_view text) {
     HostState state;
     const auto texts = std::make_shared<StateTexts>();
@@ -78,6 +80,7 @@ HostState State(std::string_view text) {
                                                   texts->Origin(PropertySource::Local)));
         } else if (!isIndented && words[0] == "old") {
             state.tools.zfsUsage["set"] = "<property=value> ... <filesystem>";
+            state.tools.version.clear();
         } else if (!isIndented && words[0].find('@') != std::string::npos) {
             state.snapshots.emplace_back().name = texts->Keep(words[0]);
         } else if (!isIndented) {
@@ -97,7 +100,10 @@ HostState State(std::string_view text) {
             }
             permissions.clear();
         } else if (words[0] == "hold") {
-            state.snapshots.back().holds.push_back(words[1]);
+            if (words[1] == "?")
+                state.snapshots.back().holdsDoubt = "a tab";
+            else
+                state.snapshots.back().holds.push_back(words[1]);
         } else if (words[0] == "allow") {
             permissions += words[1] == "+" ? "" : words[1] + "\n";
             permissions += words.size() > 2 ? "\t" + words[2] + "\n" : "";
@@ -129,12 +135,15 @@ HostState State(std::string_view text) {
 }
 
 /// The commands of a plan, without "zfs", and what it cannot do: "! tank/a quota: why".
-Lines LinesOf(const Plan& plan) {
+/// With `needs`, " <0 2" stands behind a command that needs these steps.
+Lines LinesOf(const Plan& plan, bool needs = false) {
     Lines lines;
     for (const Step& step : plan.steps) {
         std::string line = step.isPinned ? "pinned:" : "";
         for (std::size_t i = 1; i < step.words.size(); ++i)
             line += (line.empty() ? "" : " ") + step.words[i];
+        for (std::size_t i = 0; needs && i < step.needs.size(); ++i)
+            line += (i == 0 ? " <" : " ") + util::str(step.needs[i]);
         lines.push_back(line);
     }
     for (const Cannot& cannot : plan.cannot)
@@ -151,14 +160,14 @@ struct Case {
     Lines expected;
 };
 
-void Check(const std::vector<Case>& cases, const PlanOptions& options = {}) {
+void Check(const std::vector<Case>& cases, bool needs = false) {
     for (const Case& test : cases) {
         SCOPED_TRACE(test.what);
         LiveState live;
         live.state = State(test.live);
         for (const SnapshotState& snapshot : live.state.snapshots)
             live.snapshots.emplace_back(snapshot.name);
-        EXPECT_THAT(LinesOf(MakePlan(State(test.saved), live, options)),
+        EXPECT_THAT(LinesOf(MakePlan(State(test.saved), live), needs),
                     ElementsAreArray(test.expected));
     }
 }
@@ -204,11 +213,11 @@ TEST(Plan, SetsAndInheritsWhatDiffers) {
          {"set reservation=2 tank", "set reservation=1 tank/a"}},
         {"received",
          "tank\n atime received off off\n u:a received 1 1\n u:b received 1 1\n u:c local 2 1\n "
-         "quota received 5 5\n",
+         "u:d received 1 1\n quota received 5 5\n",
          "tank\n atime local on off\n u:a inherited:x 1\n u:b local 1\n u:c local 2 1\n"
-         " quota local 5 5\n",
-         {"inherit -S atime tank", "set u:a=1 tank", "inherit -S quota tank", "! tank u:a",
-          "! tank u:b"}},
+         " u:d local 2 3\n quota local 5 5\n",
+         {"inherit -S atime tank", "set u:a=1 tank", "set u:d=1 tank", "inherit -S quota tank",
+          "! tank u:a", "! tank u:b", "! tank u:d"}},
         {"another origin of the same value",
          "tank\n atime inherited:up on\n",
          "tank\n atime default on\n",
@@ -261,11 +270,11 @@ TEST(Plan, CreatesWhatIsMissing) {
          "tank\ntank/a mounted\n casesensitivity - mixed\n version - 4\n atime local off\n"
          " quota default 0\n canmount default on\ntank/a/v volume\n volsize local 64\n"
          " volblocksize - 8\n refreservation local 70\ntank/b~b\n",
-         "tank\ntank/other\ntank/other/x\n",
+         "tank\ntank/other\ntank/other/x\ntank/other2\n",
          {"create -u -o casesensitivity=mixed -o version=4 tank/a",
           "create -s -V 64 -o volblocksize=8 tank/a/v", "create -u tank/b b",
           "set atime=off tank/a", "set refreservation=70 tank/a/v", "mount tank/a", "! tank/a guid",
-          "! tank/a/v guid", "! tank/b b guid", "? tank/other"}},
+          "! tank/a/v guid", "! tank/b b guid", "? tank/other", "? tank/other2"}},
         {"encryption",
          "tank\ntank/e key:tank/e\n encryption - aes\n keyformat - raw\n keylocation local prompt\n"
          "tank/e/c key:tank/e\n encryption - aes\n keyformat - raw\ntank/e/d key:tank/e\n"
@@ -275,20 +284,15 @@ TEST(Plan, CreatesWhatIsMissing) {
           "create -u tank/e/c", "create -u -o encryption=other tank/e/d",
           "create -u -o encryption=off tank/e/plain", "! tank/e guid", "! tank/e/c guid",
           "! tank/e/d guid", "! tank/e/plain guid"}},
-        {"never without the encryption it had",
-         "tank\ntank/e key:tank/e\ntank/e/c key:tank/e\n",
+        {"never without the encryption it had, or with a size that nobody knows",
+         "tank\ntank/e key:tank/e\ntank/e/c key:tank/e\ntank/k\n keysource local raw\n"
+         "tank/v volume\n volsize doubtful 64\n",
          "tank\ntank/e\n encryption - off\n",
-         {"! tank/e/c encryptionroot"}},
+         {"! tank/e/c encryptionroot", "! tank/k keysource", "! tank/v volsize"}},
         {"another type, and what is below it",
          "tank\ntank/a volume\ntank/b\ntank/b/c\n",
          "tank\ntank/a\ntank/b volume\n",
          {"! tank/a type", "! tank/b type", "! tank/b/c "}},
-        {"keys",
-         "tank\ntank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n"
-         " keylocation local prompt\n",
-         "tank\ntank/e key:tank/e\n keystatus - unavailable\n mountpoint local /e\n"
-         " keylocation local file:///gone\n",
-         {"set keylocation=prompt tank/e", "load-key tank/e", "mount tank/e"}},
         {"renamed",
          "tank\ntank/a\n",
          "tank\ntank/b guid:tank/a\n",
@@ -338,9 +342,11 @@ TEST(Plan, OrdersLimits) {
          {"inherit -S refreservation tank/v", "set readonly=off tank/v",
           "set volsize=64 refreservation=none tank/v", "set readonly=on tank/v"}},
         {"read-only, and nobody knows why",
-         "tank\ntank/v volume\n volsize local 64\n readonly doubtful on\n",
-         "tank\ntank/v volume\n volsize local 32\n readonly local on\n",
-         {"! tank/v volsize", "! tank/v readonly"}},
+         "tank\ntank/v volume\n volsize local 64\n readonly doubtful on\ntank/w volume\n"
+         " volsize local 64\n",
+         "tank\ntank/v volume\n volsize local 32\n readonly local on\ntank/w volume\n"
+         " volsize doubtful 32\n",
+         {"! tank/v volsize", "! tank/w volsize", "! tank/v readonly"}},
         {"thick here and there; nothing is cut off",
          "tank\ntank/v volume\n volsize local 64\n refreservation local 70\ntank/w volume\n"
          " volsize local 1\n refreservation local 2\n",
@@ -355,10 +361,11 @@ TEST(Plan, MountsWhatWasMounted) {
         {"a tree that moves goes and comes in the order of its places",
          "tank mounted\n mountpoint local /new\ntank/a mounted\n mountpoint inherited:tank /new/a\n"
          "tank/b mounted\n mountpoint local /x\ntank/c mounted\n mountpoint local /x/c\n",
-         "tank mounted\n mountpoint local /old\ntank/a mounted\n mountpoint inherited:tank /old/a\n"
+         "tank mounted\n mountpoint local /zold\ntank/a mounted\n mountpoint inherited:tank "
+         "/zold/a\n"
          "tank/b mounted\n mountpoint local /y\ntank/c mounted\n mountpoint local /x/c\n"
-         "tank/z mounted\n mountpoint inherited:tank /old/z\n",
-         {"unmount tank/b", "unmount tank/c", "unmount tank/z", "unmount tank/a", "unmount tank",
+         "tank/z mounted\n mountpoint inherited:tank /zold/z\n",
+         {"unmount tank/z", "unmount tank/a", "unmount tank/b", "unmount tank/c", "unmount tank",
           "set -u mountpoint=/new tank", "set -u mountpoint=/x tank/b", "mount tank",
           "mount tank/a", "mount tank/z", "mount tank/b", "mount tank/c", "? tank/z"}},
         {"what is below by name goes along, wherever it is mounted, but for legacy mounts",
@@ -377,26 +384,20 @@ TEST(Plan, MountsWhatWasMounted) {
          "tank mounted\n mountpoint local /t\n atime temporary off\n",
          "tank mounted\n mountpoint local /u\n atime temporary off\n",
          {"unmount tank", "set -u mountpoint=/t tank", "mount tank", "! tank atime"}},
-        {"to inherit a mount point would mount by the way",
-         "tank\n mountpoint default /tank\n canmount default on\ntank/a mounted\n"
-         " mountpoint default /tank/a\n canmount default on\n",
-         "tank\n mountpoint local /t\n canmount default on\ntank/a mounted\n"
-         " mountpoint inherited:tank /t/a\n canmount local on\n",
-         {"set -u canmount=noauto tank", "set -u canmount=noauto tank/a", "unmount tank/a",
-          "inherit mountpoint tank", "inherit -S canmount tank", "inherit -S canmount tank/a",
-          "mount tank/a"}},
-        {"so would one that came with a stream",
+        {"to go back to a received mount point would mount by the way",
          "tank\n mountpoint received /r /r\n canmount default on\n",
          "tank\n mountpoint local /t /r\n canmount default on\n",
          {"set -u canmount=noauto tank", "inherit -S mountpoint tank", "inherit -S canmount tank"}},
         {"zoned again before anything is mounted, read-only behind it; what is mounted is shared",
-         "tank mounted\n mountpoint local /t\n sharenfs local on\n readonly local on\ntank/z\n"
-         " zoned local on\n mountpoint local /z\n",
-         "tank\n mountpoint local /t\n sharenfs default off\n readonly default off\ntank/z\n"
-         " zoned local on\n mountpoint local /y\n",
-         {"set zoned=off tank/z", "set -u mountpoint=/z tank/z", "set -u sharenfs=on tank",
-          "set zoned=on tank/z", "mount tank", "set readonly=on tank"}},
-        {"nothing is mounted by the way: not by shares,",
+         "tank mounted\n mountpoint local /t\n sharenfs local on\n readonly local on\ntank/s\n"
+         " zoned local on\n sharenfs inherited:tank on\ntank/z mounted\n zoned local on\n"
+         " mountpoint local /z\n",
+         "tank\n mountpoint local /t\n sharenfs default off\n readonly default off\ntank/s\n"
+         " zoned local on\n sharenfs local ro\ntank/z\n zoned local on\n mountpoint local /y\n",
+         {"set zoned=off tank/s", "set zoned=off tank/z", "set -u mountpoint=/z tank/z",
+          "set -u sharenfs=on tank", "inherit sharenfs tank/s", "set zoned=on tank/s",
+          "set zoned=on tank/z", "mount tank", "set readonly=on tank", "? tank/z"}},
+        {"nothing is mounted by shares by the way",
          "tank mounted\n sharenfs local on\n mountpoint local /t\ntank/a mounted\n"
          " mountpoint inherited:tank /t/a\n canmount default on\n sharenfs inherited:tank on\n",
          "tank mounted\n sharenfs default off\n mountpoint local /t\ntank/a mounted\n"
@@ -404,18 +405,11 @@ TEST(Plan, MountsWhatWasMounted) {
          {"set -u canmount=noauto tank/a", "unmount tank/a", "inherit mountpoint tank/a",
           "set -u canmount=on tank/a", "mount tank/a", "set sharenfs=on tank",
           "inherit sharenfs tank/a"}},
-        {"nor by a tool that does more than to record",
-         "tank mounted\n mountpoint local /t\n canmount default on\ntank/b mounted\n"
-         " mountpoint local /b\n canmount default on\n sharenfs local on\n",
-         "old\ntank\n mountpoint local /x\n canmount default on\n",
-         {"create -o canmount=noauto tank/b", "set canmount=noauto tank", "set mountpoint=/t tank",
-          "set mountpoint=/b tank/b", "mount tank/b", "mount tank", "inherit -S canmount tank",
-          "inherit -S canmount tank/b", "set sharenfs=on tank/b", "! tank/b guid"}},
         {"not over the host's root, and that is not unmounted",
          "tank mounted\n mountpoint local /\ntank/a\n mountpoint local /\ntank/b mounted\n"
-         " mountpoint local /b\n",
+         " mountpoint local /b\ntank/c mounted\n mountpoint local /c\n",
          "tank\n mountpoint local /\ntank/a mounted\n mountpoint local /\ntank/b\n"
-         " mountpoint local /b\n",
+         " mountpoint local /b\ntank/c mounted\n mountpoint local /c\n",
          {"! tank/a mounted", "! tank mounted", "! tank/b mounted"}},
         {"places without the altroot",
          "altroot /a\ntank mounted\n mountpoint local /a\ntank/b mounted\n mountpoint local /a/b\n",
@@ -450,18 +444,93 @@ TEST(Plan, MountsWhatWasMounted) {
          "tank mounted\n mountpoint local legacy\n",
          {"set -u mountpoint=/t tank", "! tank mounted"}},
         {"a running zone is left alone",
-         "tank\n atime local on\n zoned local on\n mountpoint local /t\n",
-         "tank mounted\n atime local off\n zoned local on\n mountpoint local /u\n",
-         {"set atime=on tank", "! tank mountpoint"}},
+         "tank\n atime local on\n zoned local on\n mountpoint local /t\n sharenfs local on\n"
+         "tank/a\n mountpoint local /a\ntank/d\n zoned doubtful on\n mountpoint local /d\n",
+         "tank mounted\n atime local off\n zoned local on\n mountpoint local /u\n"
+         " sharenfs default off\ntank/a\n mountpoint local /b\ntank/a/z\n zoned local on\n"
+         " mountpoint inherited:tank/a /b/z\ntank/d\n zoned local on\n mountpoint local /e\n",
+         {"set atime=on tank", "! tank mountpoint", "! tank/d mountpoint", "! tank/a mountpoint",
+          "! tank/d zoned", "? tank/a/z"}},
         {"mounted now, and was not",
          "tank\n mountpoint local /t\n",
          "tank mounted\n mountpoint local /t\n",
          {"unmount tank"}},
+        {"what has canmount=off, which a stream may bring, stays mounted, and is not mounted",
+         "tank\n atime local on\ntank/a mounted\n canmount local off\n mountpoint local /a\n"
+         "tank/b mounted\n canmount local off\n mountpoint local /b\n",
+         "tank\n atime local off\ntank/a mounted\n canmount local off\n mountpoint local /a\n"
+         "tank/b\n canmount local off\n mountpoint local /b\n",
+         {"set atime=on tank", "! tank/b mounted"}},
         {"others have to mount it",
          "tank mounted\n mountpoint local legacy\n",
          "tank\n mountpoint local legacy\n",
          {"? tank"}},
     });
+}
+
+TEST(Plan, NeedsWhatHasToComeFirst) {
+    const std::vector<Case> cases = {
+        {"to inherit a mount point would mount by the way",
+         "tank\n mountpoint default /tank\n canmount default on\ntank/a mounted\n"
+         " mountpoint default /tank/a\n canmount default on\ntank/new\n canmount default on\n",
+         "tank\n mountpoint local /t\n canmount default on\ntank/a mounted\n"
+         " mountpoint inherited:tank /t/a\n canmount local on\n"
+         "tank/x\n mountpoint inherited:tank /t/x\n canmount default on\n"
+         "tank/x/x\n mountpoint inherited:tank /t/x/x\n canmount local on\n"
+         "tank/y\n mountpoint inherited:tank /t/y\n canmount local off\n"
+         "tank/z\n mountpoint local /z\n canmount default on\n"
+         "tank/z/z\n mountpoint inherited:tank/z /z/z\n canmount default on\n",
+         {"create -u tank/new", "set -u canmount=noauto tank", "set -u canmount=noauto tank/a",
+          "set -u canmount=noauto tank/x", "set -u canmount=noauto tank/x/x",
+          "set -u canmount=noauto tank/new <0", "unmount tank/a",
+          "inherit mountpoint tank <1 2 3 4 5", "inherit -S canmount tank",
+          "inherit -S canmount tank/a", "inherit -S canmount tank/new <0",
+          "inherit -S canmount tank/x", "set -u canmount=on tank/x/x", "mount tank/a <6 7",
+          "! tank/new guid", "? tank/x", "? tank/y", "? tank/z"}},
+        {"a tool that does more than to record, and shares when it is told",
+         "tank mounted\n mountpoint local /t\n canmount default on\ntank/b mounted\n"
+         " mountpoint local /b\n canmount default on\n sharenfs local on\n",
+         "old\ntank\n mountpoint local /x\n canmount default on\n",
+         {"create -o canmount=noauto tank/b", "set canmount=noauto tank",
+          "set mountpoint=/t tank <1", "set mountpoint=/b tank/b <0", "mount tank/b <0 2 3",
+          "mount tank <2", "inherit -S canmount tank", "inherit -S canmount tank/b <0",
+          "set sharenfs=on tank/b <0", "share tank/b <0 4", "! tank/b guid"}},
+        {"keys, for what is made, what gets its key from above and what is mounted",
+         "tank\ntank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n"
+         " encryption - aes\n keylocation local prompt\ntank/e/c mounted key:tank/e\n"
+         " keystatus - available\n mountpoint local /c\ntank/e/n key:tank/e\n"
+         "tank/e/o key:tank/e\ntank/f/c key:tank/f\n keystatus - available\n"
+         "tank/f/n key:tank/f\n",
+         "tank\ntank/e key:tank/e\n keystatus - unavailable\n mountpoint local /e\n"
+         " encryption - aes\n keylocation local file:///gone\ntank/e/c key:tank/e\n"
+         " keystatus - unavailable\n mountpoint local /c\n"
+         "tank/e/o key:tank/e/o\n keystatus - unavailable\ntank/f key:tank/f\n"
+         " keystatus - unavailable\ntank/f/c key:tank/f\n keystatus - unavailable\n",
+         {"set keylocation=prompt tank/e", "load-key tank/e <0", "create -u tank/e/n <1",
+          "load-key tank/e/o", "change-key -i tank/e/o <1 3", "mount tank/e/c <1",
+          "mount tank/e <1", "! tank/f/n ", "! tank/e/n guid", "! tank/f/c keystatus", "? tank/f"}},
+        {"what stands below a place where one goes or comes",
+         "tank\ntank/a mounted\n mountpoint local /x\ntank/b mounted\n mountpoint local /x/b\n"
+         "tank/c mounted\n mountpoint local /y/c\ntank/d mounted\n mountpoint local /w\n"
+         "tank/d/e mounted\n mountpoint local /k\ntank/f mounted\n mountpoint local /k/f\n",
+         "tank\ntank/a mounted\n mountpoint local /y\ntank/b mounted\n mountpoint local /x/b\n"
+         "tank/c mounted\n mountpoint local /y/c\ntank/d mounted\n mountpoint local /z\n"
+         "tank/d/e mounted\n mountpoint local /k\ntank/f mounted\n mountpoint local /k/f\n",
+         {"unmount tank/f", "unmount tank/d/e", "unmount tank/d", "unmount tank/c",
+          "unmount tank/a", "unmount tank/b", "set -u mountpoint=/x tank/a <4",
+          "set -u mountpoint=/w tank/d <2", "mount tank/d/e <0 1 7", "mount tank/f <0 8",
+          "mount tank/d <2 7", "mount tank/a <4 5 6", "mount tank/b <5 11", "mount tank/c <3"}},
+        {"nothing is mounted unguarded, or in a wrong place",
+         "tank\n mountpoint local /t\n setuid local off\n exec local off\n devices local off\n"
+         " sharenfs local ro\ntank/a mounted\n mountpoint inherited:tank /t/a\n setuid "
+         "inherited:tank off\n",
+         "tank\n mountpoint local /o\n setuid default on\n sharenfs default off\ntank/a\n"
+         " mountpoint inherited:tank /o/a\n setuid local on\n",
+         {"set setuid=off tank", "set exec=off tank", "set devices=off tank",
+          "inherit setuid tank/a", "set -u mountpoint=/t tank", "set -u sharenfs=ro tank",
+          "mount tank/a <0 1 2 3 4 5"}},
+    };
+    Check(cases, true);
 }
 
 TEST(Plan, CoversNothing) {
@@ -470,14 +539,16 @@ TEST(Plan, CoversNothing) {
     live.state = State("tank\n mountpoint local /t\n");
     for (const auto& [path, isCovered] : std::map<std::string, bool>{
              {"/t", true}, {"/t/x", true}, {"/t@x", false}, {"/", false}, {"/tx", false}}) {
-        live.mounts = {{"other", path}};
+        live.mounts = {{"other", path}, {"next", "/t-"}};
         const Lines covered = {"! tank mounted"};
         EXPECT_EQ(LinesOf(MakePlan(saved, live)), isCovered ? covered : Lines{"mount tank"})
             << path;
     }
     // Where it is mounted counts, not where it would be.
     live.state = State("tank mounted\n mountpoint local /t\n");
-    live.mounts = {{"tank", "/old"}};
+    live.mounts = {{"tank", ""}}; // more than once
+    EXPECT_TRUE(MakePlan(saved, live).IsEmpty());
+    live.mounts = {{"tank", "/t/old"}};
     EXPECT_EQ(LinesOf(MakePlan(saved, live)), (Lines{"unmount tank", "mount tank"}));
 }
 
@@ -495,15 +566,20 @@ TEST(Plan, GivesBackWhatIsNoPropertyOfADataset) {
         {"permissions",
          "tank\n allow Permission~sets: @s~mount\n allow Local~permissions: user~a~mount,send\n"
          " allow + user~(unknown:~42)~send\n allow Local+Descendent~permissions: everyone~@s\n"
-         " allow + group~staff~group~send\n",
-         "tank\n allow Local~permissions: user~a~create,send\n",
-         {"allow -e @s tank", "allow -l -u 42 send tank", "allow -l -u a mount tank",
-          "allow -s @s mount tank", "! tank permissions", "? tank"}},
+         " allow + group~staff~group~send\n allow + user~b~send\n"
+         " allow Create~time~permissions: mount\n allow Descendent~permissions: group~g~send\n",
+         "tank\n allow Local~permissions: user~a~create,send\n"
+         " allow Local+Descendent~permissions: user~b~send\n",
+         {"allow -c mount tank", "allow -d -g g send tank", "allow -e @s tank",
+          "allow -l -u 42 send tank", "allow -l -u a mount tank", "allow -s @s mount tank",
+          "! tank permissions", "? tank"}},
         {"snapshots",
-         "tank\ntank@a\n hold one~tag\n hold -r\n u:x local 1\ntank@gone\n hold x\n",
-         "tank\ntank@a\n hold other\n u:y local 2\ntank@new\n u:z local 1\n",
+         "tank\ntank@a\n hold one~tag\n hold -r\n u:x local 1\ntank@b\n hold ?\ntank@c\n hold x\n"
+         "tank@gone\n hold x\n",
+         "tank\ntank@a\n hold other\n u:y local 2\ntank@b\ntank@c\n hold ?\n"
+         "tank@new\n u:z local 1\n",
          {"set u:x=1 tank@a", "inherit u:y tank@a", "hold one tag tank@a", "hold -- -r tank@a",
-          "! tank@gone ", "? tank@a", "? tank@new"}},
+          "! tank@b holds", "! tank@c holds", "! tank@gone ", "? tank@a", "? tank@new"}},
     });
 }
 
@@ -514,7 +590,7 @@ TEST(Plan, PutsARootUnderAnotherName) {
     const std::string saved =
         "tank\n atime local off\ntank/a mounted\n atime inherited:tank off\n"
         " mountpoint inherited:tank /t/a\ntank/a/b\n atime inherited:tank off\n"
-        " origin - tank/a@s\ntank/ab\n";
+        " origin - tank/a@s\ntank/ab\ntank/a@s\n hold x\n";
     LiveState live;
     live.state = State("");
     const HostState above = State("tank\n atime default on\n mountpoint local /t\n");
@@ -523,14 +599,19 @@ TEST(Plan, PutsARootUnderAnotherName) {
     EXPECT_THAT(LinesOf(plan),
                 ElementsAreArray(Lines{"create -u tank/new", "create -u tank/new/b",
                                        "pinned: set atime=off tank/new", "mount tank/new",
-                                       "! tank/new guid", "! tank/new/b guid"}));
+                                       "! tank/new guid", "! tank/new/b guid", "! tank/new@s "}));
     EXPECT_THAT(plan.steps[1].needs, testing::ElementsAre(0U));
     EXPECT_THAT(plan.steps[2].needs, testing::ElementsAre(0U));
 
     // What was pinned stays so.
     live.state = State("tank/new mounted\n atime local off\n mountpoint inherited:tank /t/new\n"
-                       "tank/new/b\n atime inherited:tank/new off\n");
-    EXPECT_TRUE(MakePlan(State(saved), live, options).IsEmpty());
+                       "tank/new/b\n atime inherited:tank/new off\ntank/new@s\n hold x\n");
+    live.snapshots = {"tank/new@s"};
+    EXPECT_EQ(LinesOf(MakePlan(State(saved), live, options)),
+              (Lines{"! tank/new guid", "! tank/new/b guid"}));
+    options.renames = {{"tank/a", "tank/ab"}};
+    options.roots.clear();
+    EXPECT_THROW((void)MakePlan(State(saved), live, options), std::runtime_error);
 }
 
 } // namespace

@@ -500,7 +500,7 @@ private:
         }
         if (!IsPath(point) && !isThere)
             draft_.Say(pair.name, "was mounted by something else than `zfs mount`");
-        return IsPath(point) && pair.Now("canmount").value != "off";
+        return IsPath(point);
     }
 
     static Step MountStep(const std::string& name, bool isMount) {
@@ -582,6 +582,11 @@ private:
         for (Mounting& mounting : mounts_) {
             if (mounting.to.empty())
                 continue;
+            if (HasCanmountOff(mounting)) {
+                draft_.CannotDo(mounting.name, "mounted", "yes", "no",
+                                "`zfs mount` refuses what has canmount=off");
+                continue;
+            }
             const auto other = FindAtOrBelow(occupied, mounting.to);
             if (other != occupied.end()) {
                 draft_.CannotDo(mounting.name, "mounted", "yes", "no",
@@ -605,6 +610,14 @@ private:
             done.emplace(mounting.to, id);
             mounting.mounted = id;
         }
+    }
+
+    [[nodiscard]] bool HasCanmountOff(const Mounting& mounting) const {
+        if (mounting.pair != nullptr)
+            return mounting.pair->Now("canmount").value == "off";
+        const DatasetState* live = input_.live.state.FindDataset(mounting.name);
+        const PropertyValue* canmount = live == nullptr ? nullptr : live->Find("canmount");
+        return canmount != nullptr && canmount->Value() == "off";
     }
 
     /// Those of a mount are gone when it is.
