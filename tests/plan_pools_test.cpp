@@ -310,6 +310,9 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
     pair.Disks(
         {"/dev/disk/by-id/id-a", "/dev/newb", "/dev/sde", "/dev/sdf", "/f/1", "/f/2", "/dev/sdh"});
     const PlanOptions options = {{}, {}, {{"sdb", "/dev/newb"}}};
+    pair.live.state.tools.datasetProperties["mountpoint"] = {true, true, ""};
+    pair.saved.datasets[0].properties = {pair.texts->Make(
+        "mountpoint", "/p", std::nullopt, pair.texts->Origin(PropertySource::Default))};
     EXPECT_EQ(
         pair.Plan(options),
         "zpool create -d -o feature@lz4_compress=enabled -o comment=a b -o ashift=9 -O "
@@ -329,8 +332,13 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
     EXPECT_EQ(whole.steps[0].diskWords.size(), 2U);
     EXPECT_EQ(whole.steps[0].words[whole.steps[0].diskWords[1]], "/dev/newb");
     EXPECT_THAT(whole.steps[4].needs, testing::Contains(3U)); // all of the pool is there
+    // Nothing is below it yet that would be mounted by the way; what it boots from is there later.
+    EXPECT_EQ(whole.steps[8].phase, Phase::Datasets);
+    EXPECT_THAT(whole.steps[8].words, ElementsAre("zfs", "inherit", "mountpoint", "p"));
+    EXPECT_EQ(whole.steps.back().phase, Phase::Mounts);
 
     pair.live.disks[2].usedBy = "q";
+    pair.live.disks[2].isOnlySpare = true;
     EXPECT_EQ(pair.Plan(), "! sdg: the pool is made without it: sdg (/dev/sdg) is not there, --disk"
                            " 'sdg=NEW' names another\n"
                            "! : its disks cannot all be had: sdb (/dev/sdb) is not there, --disk"
@@ -339,9 +347,12 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
                            ": 1 dataset waits for it: make the plan again when it is there\n");
 
     pair.live.disks[2].usedBy.clear();
-    pair.live.importablePools = {{"q", "3", "ONLINE", "", {}, {"q", "id-a"}}};
-    EXPECT_THAT(pair.Plan(options), HasSubstr("had: sda (/dev/disk/by-id/id-a) is part of the pool"
-                                              " q (3), which could be imported, --disk"));
+    for (const char* name : {"id-a", "sda", "/dev/disk/by-id/id-a"}) {
+        pair.live.importablePools = {{"q", "3", "ONLINE", "", {}, {name, "sdb"}}};
+        EXPECT_THAT(pair.Plan(options),
+                    HasSubstr("had: sda (/dev/disk/by-id/id-a) is part of the pool q (3), which"
+                              " could be imported, --disk 'sda=NEW' names another\n"));
+    }
     const std::string waits = ": 1 dataset waits for it: make the plan again when it is there\n";
     pair.live.importablePools = {{"p", "2", "ONLINE", "", {}, {}},
                                  {"x", "1", "FAULTED", "Buy.", {}, {}}};
@@ -353,6 +364,11 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
                                other + waits);
     pair.live.importablePools.push_back({"x", "1", "DEGRADED", "", {"/f"}, {}});
     EXPECT_EQ(pair.Plan(), "zpool import -d /f -N 1 p\n" + other + waits);
+    pair.live.importablePools.clear();
+    pair.saved.pools[0].health = "SUSPENDED";
+    EXPECT_EQ(pair.Plan(options), "! : it was SUSPENDED when it was saved, and did not tell its"
+                                  " properties\n" +
+                                      waits);
 }
 
 TEST(PoolPlan, MakesOnlyWhatTheToolsTake) {
@@ -396,6 +412,17 @@ TEST(PoolPlan, MakesOnlyWhatTheToolsTake) {
                 HasSubstr("! : it has a draid"));
     EXPECT_THAT(planOf({lone, Top(Device::Use::Meta, Leaf("sda"))}, old), HasSubstr("! : nobody"));
     EXPECT_THAT(planOf({lone, lone}, old), HasSubstr("is to be used twice"));
+    EXPECT_THAT(
+        planOf({lone, Top(Device::Use::Spare, Leaf("sdc"))}, old),
+        HasSubstr("! sdc: the pool is made without it: sdc (/dev/sdc) is to be used twice"));
+
+    PoolPair both; // are not made of the same disk
+    both.Add(both.saved, {}, {lone});
+    both.Add(both.saved, {}, {lone});
+    both.saved.pools[1].name = both.saved.datasets.emplace_back().name = "q";
+    both.saved.roots.emplace_back("q");
+    both.Disks({"/dev/sdc"});
+    EXPECT_THAT(both.Plan(), testing::Not(HasSubstr(" q ")));
 }
 
 } // namespace

@@ -355,6 +355,10 @@ TEST(PoolDevices, AreReadWithWhatMakingThemAgainNeeds) {
               "/files/my file|1|1||/files/my file|?|17|ONLINE\n"
               "draid1-0-0|7|6|||?|18|AVAIL\n"
               "sdb1|0|6||/dev/sdb1|0|19|INUSE\n");
+    std::string inUse = byName;
+    inUse.replace(inUse.find("replacing-1"), 11, "spare-1    ");
+    EXPECT_THAT(Describe(internal::ReadDevices(rows(inUse), {}, {}, "Linux")),
+                testing::HasSubstr("\n spare-1|6|0|||?||DEGRADED\n"));
     std::string other = byGuid;
     other.erase(other.find("\t    12"), other.find("\t    13") - other.find("\t    12"));
     EXPECT_THROW((void)internal::ReadDevices(rows(byName), rows(byPath), rows(other), "Linux"),
