@@ -50,10 +50,11 @@ PropertySource SourceOf(std::string_view word) {
                                  : PropertySource::None;
 }
 
-/// "altroot PATH" and "feature NAME VALUE" of the pool; "old" when the tool mounts what it sets,
-/// and shares nothing by the way; "NAME [volume] [mounted] [key:ROOT] [guid:NAME] [doubt]" for a
-/// dataset, and behind it, indented, "PROPERTY SOURCE VALUE [RECEIVED]", "allow LINE" and
-/// "userquota@1 5". A snapshot holds "hold TAG", or "hold ?". "~" stands for a blank.
+/// "altroot PATH", "feature NAME VALUE" and "other" of the pool, which is another then; "old" when
+/// the tool mounts what it sets, and shares nothing by the way; "NAME [volume] [mounted] [key:ROOT]
+/// [guid:NAME] [doubt]" for a dataset, and behind it, indented, "PROPERTY SOURCE VALUE [RECEIVED]",
+/// "allow LINE" and "userquota@1 5". A snapshot holds "hold TAG", or "hold ?". "~" stands for a
+/// blank.
 HostState State(std::string_view text) {
     HostState state;
     const auto texts = std::make_shared<StateTexts>();
@@ -78,6 +79,8 @@ HostState State(std::string_view text) {
         } else if (!isIndented && words[0] == "feature") {
             pool.properties.push_back(texts->Make("feature@" + words[1], words[2], std::nullopt,
                                                   texts->Origin(PropertySource::Local)));
+        } else if (!isIndented && words[0] == "other") {
+            pool.guid = "8";
         } else if (!isIndented && words[0] == "old") {
             state.tools.zfsUsage["set"] = "<property=value> ... <filesystem>";
             state.tools.version.clear();
@@ -110,7 +113,8 @@ HostState State(std::string_view text) {
             state.datasets.back().permissions = texts->Keep(permissions);
         } else if (words[0].find("quota@") != std::string::npos) {
             state.datasets.back().quotas.push_back(
-                {words[0][0] == 'u' ? Quota::Owner::User : Quota::Owner::Group, false,
+                {words[0][0] == 'u' ? Quota::Owner::User : Quota::Owner::Group,
+                 words[0].find("objquota") != std::string::npos,
                  words[0].substr(words[0].find('@') + 1), std::stoull(words[1])});
         } else {
             const PropertySource source = SourceOf(words[1]);
@@ -284,6 +288,11 @@ TEST(Plan, CreatesWhatIsMissing) {
           "create -u tank/e/c", "create -u -o encryption=other tank/e/d",
           "create -u -o encryption=off tank/e/plain", "! tank/e guid", "! tank/e/c guid",
           "! tank/e/d guid", "! tank/e/plain guid"}},
+        {"with another key than it had",
+         "tank\ntank/e key:tank/e\ntank/e/c key:tank/e\n encryption - aes\n",
+         "tank key:tank\n encryption - aes\ntank/e key:tank\n encryption - aes\n",
+         {"create -u tank/e/c", "! tank/e/c encryptionroot", "! tank/e encryptionroot",
+          "! tank/e/c guid"}},
         {"never without the encryption it had, or with a size that nobody knows",
          "tank\ntank/e key:tank/e\ntank/e/c key:tank/e\ntank/k\n keysource local raw\n"
          "tank/v volume\n volsize doubtful 64\n",
@@ -347,12 +356,16 @@ TEST(Plan, OrdersLimits) {
          "tank\ntank/v volume\n volsize local 32\n readonly local on\ntank/w volume\n"
          " volsize doubtful 32\n",
          {"! tank/v volsize", "! tank/w volsize", "! tank/v readonly"}},
+        {"thick on the same devices",
+         "tank\ntank/v volume\n volsize local 64\n refreservation local 70\n",
+         "tank\ntank/v volume\n volsize local 64\n refreservation local 66\n",
+         {"set refreservation=70 tank/v"}},
         {"thick here and there; nothing is cut off",
          "tank\ntank/v volume\n volsize local 64\n refreservation local 70\ntank/w volume\n"
          " volsize local 1\n refreservation local 2\n",
-         "tank\ntank/v volume\n volsize local 64\n refreservation local 66\ntank/w volume\n"
+         "other\ntank\ntank/v volume\n volsize local 64\n refreservation local 66\ntank/w volume\n"
          " volsize local 2\n refreservation local 3\n",
-         {"! tank/w volsize"}},
+         {"! tank/w volsize", "? tank", "? tank/v"}},
     });
 }
 
@@ -470,6 +483,16 @@ TEST(Plan, MountsWhatWasMounted) {
 
 TEST(Plan, NeedsWhatHasToComeFirst) {
     const std::vector<Case> cases = {
+        {"features",
+         "feature large_blocks enabled\nfeature encryption enabled\nfeature userobj_accounting "
+         "enabled\ntank\n recordsize local 1048576\n userobjquota@1 5\ntank/v volume key:tank/v\n"
+         " volsize - 1048576\n volblocksize - 1048576\n encryption - aes\n",
+         "feature large_blocks disabled\nfeature encryption disabled\nfeature userobj_accounting "
+         "disabled\ntank\n recordsize default 131072\n",
+         {"set feature@large_blocks=enabled tank", "set feature@encryption=enabled tank",
+          "set feature@userobj_accounting=enabled tank",
+          "create -s -V 1048576 -o volblocksize=1048576 -o encryption=aes tank/v <0 1",
+          "set recordsize=1048576 tank <0", "set userobjquota@1=5 tank <2", "! tank/v guid"}},
         {"to inherit a mount point would mount by the way",
          "tank\n mountpoint default /tank\n canmount default on\ntank/a mounted\n"
          " mountpoint default /tank/a\n canmount default on\ntank/new\n canmount default on\n",
@@ -573,6 +596,11 @@ TEST(Plan, GivesBackWhatIsNoPropertyOfADataset) {
          {"allow -c mount tank", "allow -d -g g send tank", "allow -e @s tank",
           "allow -l -u 42 send tank", "allow -l -u a mount tank", "allow -s @s mount tank",
           "! tank permissions", "? tank"}},
+        {"a number that had no name",
+         "tank\n allow Local~permissions: user~(unknown:~42)~send\n"
+         " allow + group~(unknown:~42)~hold\n",
+         "tank\n allow Local~permissions: user~b~send\n allow + group~b~send\n",
+         {"allow -l -g 42 hold tank", "? tank", "? tank"}},
         {"snapshots",
          "tank\ntank@a\n hold one~tag\n hold -r\n u:x local 1\ntank@b\n hold ?\ntank@c\n hold x\n"
          "tank@gone\n hold x\n",

@@ -106,6 +106,15 @@ std::string DatasetPair::CipherAbove() const {
     return cipher == "-" ? "off" : cipher;
 }
 
+std::string DatasetPair::EncryptionRootAbove() const {
+    if (parent == nullptr)
+        return above == nullptr ? "" : std::string(above->encryptionRoot);
+    if (parent->live != nullptr)
+        return std::string(parent->live->encryptionRoot);
+    const bool isRoot = parent->saved->encryptionRoot == parent->saved->name;
+    return isRoot ? parent->name : parent->EncryptionRootAbove();
+}
+
 DatasetPairs::DatasetPairs(const PlanInput& input, PlanDraft& draft) {
     std::vector<std::pair<std::string, const DatasetState*>> wanted;
     for (const DatasetState& saved : input.saved.datasets) {
@@ -203,6 +212,11 @@ bool DatasetPairs::CanBe(const DatasetPair& pair, const PlanInput& input, PlanDr
                        "there, or is not encrypted");
         return false;
     }
+    const std::string owner = input.options.NewName(saved.encryptionRoot);
+    const std::string root = pair.EncryptionRootAbove();
+    if (takesKey && !root.empty() && root != owner)
+        draft.CannotDo(pair.name, "encryptionroot", owner, root,
+                       "it is made with the key of what is above it");
     const PropertyValue* key = pair.above == nullptr ? nullptr : pair.above->Find("keystatus");
     if (takesKey && key != nullptr && key->Value() == "unavailable") {
         draft.CannotDo(pair.name, "", std::nullopt, std::nullopt,

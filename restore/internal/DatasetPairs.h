@@ -68,6 +68,8 @@ struct DatasetPair {
     [[nodiscard]] bool HandsDownOther(std::string_view property) const;
     /// The encryption of the dataset above: "off" where there is none.
     [[nodiscard]] std::string CipherAbove() const;
+    /// What it has its key from when it is made without one: empty when that is not encrypted.
+    [[nodiscard]] std::string EncryptionRootAbove() const;
 };
 
 /// The datasets a plan is about, each before those below it.

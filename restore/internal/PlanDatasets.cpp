@@ -128,6 +128,10 @@ private:
         const auto id = draft_.AddMaker(std::move(step));
         draft_.Need(id, maker);
         draft_.Need(id, key);
+        if (!saved.encryptionRoot.empty())
+            draft_.Need(id, draft_.EnablerOf(pair.name, "encryption"));
+        draft_.Need(id, draft_.EnablerOf(
+                            pair.name, FeatureFor("volblocksize", ValueOf(saved, "volblocksize"))));
     }
 
     /// A pool is made with a root that is mounted nowhere. Its default mount point is given back

@@ -25,7 +25,7 @@ bool LacksFeature(const PlanInput& input, const PlanDraft& draft, std::string_vi
     // Tools that know features print a row for each that they know.
     const bool isLacking = live != nullptr ? live->Value() == "disabled"
                                            : pool->Find("feature@async_destroy") != nullptr;
-    return isLacking && !draft.Enables(std::string(pool->name), property);
+    return isLacking && !draft.EnablerOf(dataset, feature);
 }
 
 std::string TextOfLacking(std::string_view feature) {
@@ -34,10 +34,10 @@ std::string TextOfLacking(std::string_view feature) {
 
 PlanDraft::StepId PlanDraft::Add(Step step) {
     const auto maker = MakerOf(step.object.substr(0, step.object.find('@')));
+    const StepId id = plan_.steps.size();
     if (util::str_is_starts_with(step.property, "feature@"))
-        features_.emplace(step.object, step.property);
+        features_.emplace(std::pair(step.object, step.property), id);
     plan_.steps.push_back(std::move(step));
-    const StepId id = plan_.steps.size() - 1;
     Need(id, maker);
     return id;
 }
@@ -60,6 +60,15 @@ std::optional<PlanDraft::StepId> PlanDraft::MakerOf(std::string_view object) con
     if (maker == makers_.end())
         return std::nullopt;
     return maker->second;
+}
+
+std::optional<PlanDraft::StepId> PlanDraft::EnablerOf(std::string_view dataset,
+                                                      std::string_view feature) const {
+    const auto enabler =
+        features_.find({std::string(PoolOf(dataset)), "feature@" + std::string(feature)});
+    if (feature.empty() || enabler == features_.end())
+        return std::nullopt;
+    return enabler->second;
 }
 
 void PlanDraft::CannotDo(std::string_view object, std::string_view property,

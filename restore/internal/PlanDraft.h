@@ -50,10 +50,9 @@ public:
     /// The step that makes the pool or dataset, if one does.
     [[nodiscard]] std::optional<StepId> MakerOf(std::string_view object) const;
 
-    /// Whether a step enables this feature of the pool.
-    [[nodiscard]] bool Enables(const std::string& pool, const std::string& feature) const {
-        return features_.find({pool, feature}) != features_.end();
-    }
+    /// The step that enables a feature of the pool of a dataset, if one does.
+    [[nodiscard]] std::optional<StepId> EnablerOf(std::string_view dataset,
+                                                  std::string_view feature) const;
 
     /// Once, however often it is said.
     void CannotDo(std::string_view object, std::string_view property,
@@ -75,7 +74,7 @@ private:
     Plan plan_;
     std::map<std::string, StepId, std::less<>> makers_;
     std::set<std::string, std::less<>> leftOut_;
-    std::set<std::pair<std::string, std::string>> features_; ///< pools, and what is enabled of them
+    std::map<std::pair<std::string, std::string>, StepId> features_; ///< of a pool, enabled
     std::set<std::array<std::string, 3>> said_; ///< what cannot be done: object, property, reason
 };
 

@@ -78,6 +78,18 @@ Grants ReadGrants(std::string_view text) {
     return grants;
 }
 
+/// "-u 1001": nobody had the number when it was printed.
+bool IsByNumber(const std::vector<std::string>& options) {
+    return options.size() > 1 &&
+           (options[options.size() - 2] == "-u" || options[options.size() - 2] == "-g") &&
+           util::str_is_integer(options.back());
+}
+
+/// All alike but the name.
+bool IsSameKind(const std::vector<std::string>& a, const std::vector<std::string>& b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end() - 1, b.begin());
+}
+
 std::string Joined(const std::set<std::string>& permissions) {
     std::string text;
     for (const std::string& permission : permissions)
@@ -133,6 +145,7 @@ public:
         }
         Grants wanted = ReadGrants(saved.permissions);
         const Grants live = pair.live == nullptr ? Grants() : ReadGrants(pair.live->permissions);
+        ForgetNumbersNamedNow(pair, live, wanted);
         for (const auto& [options, permissions] : live) {
             std::set<std::string> others = permissions;
             for (const std::string& permission : wanted[options])
@@ -161,6 +174,26 @@ public:
             step.words.push_back(Joined(permissions));
             step.words.push_back(pair.name);
             draft_.Add(std::move(step));
+        }
+    }
+
+    /// What was saved by its number, as nobody had it, is printed by a name when somebody has.
+    void ForgetNumbersNamedNow(const DatasetPair& pair, const Grants& live, Grants& wanted) {
+        for (auto saved = wanted.begin(); saved != wanted.end();) {
+            const auto named = std::find_if(live.begin(), live.end(), [&](const auto& candidate) {
+                return IsByNumber(saved->first) && IsSameKind(saved->first, candidate.first) &&
+                       candidate.second == saved->second &&
+                       wanted.find(candidate.first) == wanted.end();
+            });
+            if (named == live.end() || live.find(saved->first) != live.end()) {
+                ++saved;
+                continue;
+            }
+            draft_.Say(pair.name, "permissions of a number without a name are taken for those of " +
+                                      named->first.back() + ": " +
+                                      TextOf(saved->first, saved->second));
+            wanted[named->first] = saved->second;
+            saved = wanted.erase(saved);
         }
     }
 
@@ -207,27 +240,34 @@ public:
 private:
     void SetQuota(const DatasetPair& pair, const Quota& quota, std::string was) {
         const ToolsState& tools = input_.Tools();
+        std::vector<std::string_view> features;
+        if (quota.owner == Quota::Owner::Project)
+            features.emplace_back("project_quota");
+        if (quota.isOfObjects)
+            features.emplace_back("userobj_accounting");
         std::string reason;
         if (quota.isOfObjects && !tools.hasObjectQuotas)
             reason = "this host's tools have no quotas of objects";
         else if (quota.owner == Quota::Owner::Project && !tools.hasProjectQuotas)
             reason = "this host's tools have no quotas of projects";
-        else if (quota.owner == Quota::Owner::Project &&
-                 LacksFeature(input_, draft_, pair.name, "project_quota"))
-            reason = TextOfLacking("project_quota");
-        else if (quota.isOfObjects && LacksFeature(input_, draft_, pair.name, "userobj_accounting"))
-            reason = TextOfLacking("userobj_accounting");
         else if (!util::str_is_integer(quota.id) && tools.system != "SunOS")
             reason = "a Windows identity has no number here";
-        if (reason.empty())
-            AddQuota(pair, quota.PropertyName(), std::move(was), util::str(quota.limit), "");
-        else
+        for (const std::string_view feature : features)
+            if (reason.empty() && LacksFeature(input_, draft_, pair.name, feature))
+                reason = TextOfLacking(feature);
+        if (!reason.empty()) {
             draft_.CannotDo(pair.name, quota.PropertyName(), util::str(quota.limit), std::nullopt,
                             std::move(reason));
+            return;
+        }
+        const auto step =
+            AddQuota(pair, quota.PropertyName(), std::move(was), util::str(quota.limit), "");
+        for (const std::string_view feature : features)
+            draft_.Need(step, draft_.EnablerOf(pair.name, feature));
     }
 
-    void AddQuota(const DatasetPair& pair, const std::string& property, std::string was,
-                  std::string willBe, std::string why) {
+    PlanDraft::StepId AddQuota(const DatasetPair& pair, const std::string& property,
+                               std::string was, std::string willBe, std::string why) {
         Step step;
         step.phase = Phase::Quotas;
         step.action = Action::Set;
@@ -237,7 +277,7 @@ private:
         step.was = std::move(was);
         step.willBe = std::move(willBe);
         step.why = std::move(why);
-        draft_.Add(std::move(step));
+        return draft_.Add(std::move(step));
     }
 
     static std::string TextOf(const std::vector<std::string>& options,

@@ -1,6 +1,7 @@
 #include "restore/internal/PlanLimits.h"
 
 #include "restore/internal/PropertyWords.h"
+#include "util/str.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -60,7 +61,7 @@ private:
         for (const std::string_view property : properties) {
             const PropertyValue* saved = pair.saved->Find(property);
             if (saved == nullptr ||
-                (property == "refreservation" && (IsThickOnBothSides(pair) || IsTooLarge(pair))))
+                (property == "refreservation" && (IsThickElsewhere(pair) || IsTooLarge(pair))))
                 continue;
             const PropertyNow now = pair.Now(property);
             const Amount from = now.value ? AmountOf(property, *now.value) : Amount();
@@ -95,19 +96,28 @@ private:
     }
 
     /// A volume that has all its space reserved needs another number for it on other devices.
-    [[nodiscard]] static bool IsThickOnBothSides(const DatasetPair& pair) {
-        if (pair.IsFilesystem() || pair.live == nullptr)
+    [[nodiscard]] bool IsThickElsewhere(const DatasetPair& pair) {
+        const PoolState* savedPool = input_.saved.FindPool(PoolOf(pair.saved->name));
+        const PoolState* livePool = input_.live.state.FindPool(PoolOf(pair.name));
+        if (pair.IsFilesystem() || pair.live == nullptr || savedPool == nullptr ||
+            livePool == nullptr || savedPool->guid == livePool->guid)
             return false;
         const auto savedSize = Saved(pair, "volsize");
         const auto liveSize = NumberNow(pair, "volsize");
         const auto saved = Saved(pair, "refreservation");
         const auto live = NumberNow(pair, "refreservation");
         const auto isThick = [&](std::optional<std::uint64_t> reservation) {
-            constexpr std::uint64_t metadata = 32U << 20U;
+            constexpr std::uint64_t metadata = 8U << 20U;
             return reservation && *reservation >= *savedSize &&
                    *reservation / 2 <= *savedSize + metadata;
         };
-        return savedSize && savedSize == liveSize && isThick(saved) && isThick(live);
+        const bool isThere = savedSize && savedSize == liveSize && isThick(saved) && isThick(live);
+        if (isThere && saved != live && thick_.insert(&pair).second)
+            draft_.Say(pair.name,
+                       util::str_format("has all its space reserved, which are %1 bytes on these "
+                                        "devices, and were %2",
+                                        *live, *saved));
+        return isThere;
     }
 
     /// What stays larger than it was stays reserved as it is.
@@ -169,6 +179,7 @@ private:
     PropertySteps& steps_;
     PlanDraft& draft_;
     std::map<const DatasetPair*, PlanDraft::StepId> raised_;
+    std::set<const DatasetPair*> thick_; ///< of which that was said
     std::set<std::pair<const DatasetPair*, std::string_view>> restored_;
 };
 

@@ -160,13 +160,15 @@ PropertySteps::Restore(DatasetPair& pair, const PropertyValue& saved, const Turn
         Cannot(pair, saved, std::string(coveredByMountOption));
         return std::nullopt;
     }
-    if (const std::string_view feature = FeatureFor(saved.Name(), saved.Value());
-        LacksFeature(input_, draft_, pair.name, feature) && !IsSame(pair, saved, now)) {
+    const std::string_view feature = FeatureFor(saved.Name(), saved.Value());
+    if (LacksFeature(input_, draft_, pair.name, feature) && !IsSame(pair, saved, now)) {
         Cannot(pair, saved, TextOfLacking(feature));
         return std::nullopt;
     }
     const auto step = kind == PropertyKind::Inheritable ? RestoreInheritable(pair, saved, turn)
                                                         : RestoreOwn(pair, saved, turn);
+    if (step)
+        draft_.Need(*step, draft_.EnablerOf(pair.name, feature));
     SayOfReceived(pair, saved);
     return step;
 }
