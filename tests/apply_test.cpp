@@ -274,6 +274,14 @@ TEST(Apply, EndsWithTheHostAndWithItsCallback) {
               }),
               "enough");
     EXPECT_EQ(runs, 2);
+    plan.steps[0].action = Action::Set;
+    plan.steps[0].property = *(plan.steps[0].willBe = "quota");
+    EXPECT_THROW(Apply(plan,
+                       [&](const std::string& command) {
+                           return command.find(" get ") == std::string::npos ? ""
+                                                                             : stopped(command);
+                       }),
+                 CCommandFailure);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "executors/Recording.h"
 #include "fakes.h"
 #include "logging/logging.h"
+#include "posix/CSimpleCmdExec.h"
 #include "restore/HostStateReader.h"
 #include "restore/LiveState.h"
 #include "restore/Plan.h"
@@ -21,6 +22,20 @@ using namespace zfslib::restore;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+
+Device Leaf(const std::string& name, const std::string& deviceId = "") {
+    Device device;
+    device.name = name;
+    device.path = "/dev/" + name + "1";
+    device.isWholeDisk = true;
+    device.deviceId = deviceId;
+    if (name.front() == '/') {
+        device.kind = Device::Kind::File;
+        device.path = name;
+        device.isWholeDisk.reset();
+    }
+    return device;
+}
 
 /// The written Solaris host, and what else it is asked for.
 class LiveHost : public testing::Test {
@@ -61,6 +76,13 @@ TEST_F(LiveHost, IsReadUnderTheNewNames) {
     EXPECT_THAT(there.snapshots, ElementsAre("rpool@install"));
     EXPECT_EQ(there.state.datasets.size(), saved.datasets.size());
     EXPECT_EQ(there.state.pools.size(), 1U);
+    // Without them it would be mounted over what is there.
+    const auto noMounts = [&](const std::string& command) {
+        if (command == commands::env + std::string("zfs mount"))
+            throw posix::CCommandFailure(command, posix::CCommandFailure::Kind::TimeOut, 1, "", "");
+        return executor(command);
+    };
+    EXPECT_THROW((void)ReadLiveState(saved, {}, noMounts), std::exception);
 
     const PlanOptions below = {{"rpool/export"}, {{"rpool/export", "rpool/a/b"}}, {}};
     EXPECT_THAT(ErrorOf(below), HasSubstr("zfs list -rH -t filesystem,volume -o name 'rpool'"));
@@ -101,20 +123,11 @@ TEST_F(LiveHost, IsSearchedForWhatAMissingPoolIsMadeOf) {
                  (disk.isOnlySpare ? "|spare\n" : "|\n");
     EXPECT_EQ(disks, "c9t0d0|missing||\nc1t1d0s0|there||\nc2t0d0|there|other|\n"
                      "c3t0d0|there|other|spare\n");
-}
-
-Device Leaf(const std::string& name, const std::string& deviceId = "") {
-    Device device;
-    device.name = name;
-    device.path = "/dev/" + name + "1";
-    device.isWholeDisk = true;
-    device.deviceId = deviceId;
-    if (name.front() == '/') {
-        device.kind = Device::Kind::File;
-        device.path = name;
-        device.isWholeDisk.reset();
-    }
-    return device;
+    saved.pools[0].devices = {Leaf("/f/1")};
+    Answer("ls -dL '/f/1'", "");
+    Answer("ls -dL '/f'", "");
+    Answer("zpool import -d '/f'", "   pool: rpool\n     id: 13\n  state: ONLINE\n");
+    EXPECT_EQ(Read({}).importablePools.size(), 2U);
 }
 
 Device Top(Device::Use use, Device device, std::optional<unsigned> ashift = 12) {

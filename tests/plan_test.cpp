@@ -522,8 +522,7 @@ TEST(Plan, NeedsWhatHasToComeFirst) {
          "tank\ntank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n"
          " encryption - aes\n keylocation local prompt\ntank/e/c mounted key:tank/e\n"
          " keystatus - available\n mountpoint local /c\ntank/e/n key:tank/e\n"
-         "tank/e/o key:tank/e\ntank/f/c key:tank/f\n keystatus - available\n"
-         "tank/f/n key:tank/f\n",
+         "tank/e/o key:tank/e\ntank/f/c key:tank/f\n keystatus - available\n",
          "tank\ntank/e key:tank/e\n keystatus - unavailable\n mountpoint local /e\n"
          " encryption - aes\n keylocation local file:///gone\ntank/e/c key:tank/e\n"
          " keystatus - unavailable\n mountpoint local /c\n"
@@ -531,7 +530,7 @@ TEST(Plan, NeedsWhatHasToComeFirst) {
          " keystatus - unavailable\ntank/f/c key:tank/f\n keystatus - unavailable\n",
          {"set keylocation=prompt tank/e", "load-key tank/e <0", "create -u tank/e/n <1",
           "load-key tank/e/o", "change-key -i tank/e/o <1 3", "mount tank/e/c <1",
-          "mount tank/e <1", "! tank/f/n ", "! tank/e/n guid", "! tank/f/c keystatus", "? tank/f"}},
+          "mount tank/e <1", "! tank/e/n guid", "! tank/f/c keystatus", "? tank/f"}},
         {"what stands below a place where one goes or comes",
          "tank\ntank/a mounted\n mountpoint local /x\ntank/b mounted\n mountpoint local /x/b\n"
          "tank/c mounted\n mountpoint local /y/c\ntank/d mounted\n mountpoint local /w\n"

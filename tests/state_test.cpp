@@ -458,6 +458,8 @@ TEST_F(SolarisState, WhatCannotBeReadIsSaid) {
     const HostState other = Read(failure("zfs allow 'rpool/export'", Kind::ExitStatus));
     EXPECT_EQ(other.FindDataset("rpool/export")->permissionsDoubt, "because");
     EXPECT_EQ(other.FindDataset("rpool")->permissionsDoubt, "") << "rpool/dump tells of it";
+    const HostState untold = Read(failure("zfs allow", Kind::ExitStatus));
+    EXPECT_NE(untold.FindDataset("rpool")->permissionsDoubt, "");
     const HostState faulted = Read([](const std::string& command, std::string& answer) {
         if (Has(command, "zpool get all"))
             answer.replace(answer.find("ONLINE"), 6, "FAULTED");
