@@ -230,13 +230,13 @@ private:
                 continue;
             const std::string& system = state_.tools.system;
             if (words.empty()) {
-                internal::AddImportablePools({}, commands_, live.importablePools);
+                internal::AddImportablePools({}, commands_, live);
                 if (TakesOption(state_.tools.zpoolUsage, "create", 'd'))
                     live.features = internal::ReadFeatures(commands_);
             }
             const internal::PoolLayout asSaved = internal::LayoutOf(*pool.saved, {}, system);
             if (const auto folders = internal::FoldersOf(asSaved); !folders.empty())
-                internal::AddImportablePools(folders, commands_, live.importablePools);
+                internal::AddImportablePools(folders, commands_, live);
             for (const internal::LayoutGroup& group :
                  internal::LayoutOf(*pool.saved, options, system).groups)
                 for (const internal::LayoutDisk& disk : group.disks)

@@ -21,7 +21,12 @@ struct ImportablePool {
     /// Where it was found, of a pool made of files: `zpool import -d`. Empty for the places where
     /// the tool looks by itself.
     std::vector<std::string> folders;
-    std::vector<std::string> devices; ///< the names in its table of devices, of groups included
+    /// The names in its table of devices, of groups included. Of a destroyed pool without those
+    /// that it lacks: their disks may have come to another use.
+    std::vector<std::string> devices;
+    /// Only `zpool import -D` lists it: it was destroyed, and its data is there until its disks are
+    /// used for something else.
+    bool isDestroyed = false;
 };
 
 /// A disk or file that a pool is to be made of.
@@ -31,6 +36,7 @@ struct DiskState {
     std::string usedBy;   ///< an imported pool that uses it; empty when none does
     /// It is nothing but a spare where it is used: pools may share that, as one of theirs.
     bool isOnlySpare = false;
+    std::string target; ///< the path without links; empty where the system has none
 };
 
 /// What stands where a saved state is to be put back.
@@ -42,8 +48,10 @@ struct LiveState {
     /// The datasets right above the roots, or the nearest that exist, in the order of ComesBefore:
     /// for what the roots inherit. They are never changed.
     std::vector<DatasetState> above;
-    /// Read only where a pool is missing.
+    /// Read only where a pool is missing; those that were destroyed are among them.
     std::vector<ImportablePool> importablePools;
+    /// Why it is not known which pools were destroyed and could be brought back; empty when it is.
+    std::string destroyedDoubt;
     /// Those that pools have to be made of. Read only where a pool is missing.
     std::vector<DiskState> disks;
     /// The features that the live tools know, without "feature@". Read only where a pool is
@@ -62,9 +70,9 @@ struct LiveState {
 /// `executor` as for ReadHostState. Runs its commands, and among them, when it knows the tools,
 /// `zpool list`, `zfs mount`, and `zfs list` of each pool with a root that is no pool; for the
 /// datasets above the roots two `zfs get` each, and one more for what is above them. When a pool is
-/// missing: `zpool import`, and again for the folders of its files; `zpool status` of each pool;
-/// and `ls` and `readlink` of each disk that it needs. Errors: as ReadHostState; std::runtime_error
-/// for options that name what was not saved.
+/// missing: `zpool import` and `zpool import -D`, and both again for the folders of its files;
+/// `zpool status` of each pool; and `ls` and `readlink` of each disk that it needs. Errors: as
+/// ReadHostState; std::runtime_error for options that name what was not saved.
 [[nodiscard]] ZFSLIB_EXPORT LiveState ReadLiveState(const HostState& saved,
                                                     const PlanOptions& options,
                                                     const CommandExecutor& executor);

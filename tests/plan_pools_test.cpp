@@ -110,9 +110,16 @@ TEST_F(LiveHost, IsSearchedForWhatAMissingPoolIsMadeOf) {
            "\tspares\n\t  c3t0d0    AVAIL\n");
     for (const char* disk : {"c1t0d0s0", "c1t1d0s0", "c2t0d0s0", "c3t0d0s0"})
         Answer("ls -dL '/dev/dsk/" + std::string(disk) + "'", "");
+    EXPECT_THAT(Read({}).destroyedDoubt, HasSubstr("no answer to")); // and all else is read
+    Answer("zpool import -D", "  pool: rpool\n    id: 13\n state: DEGRADED (DESTROYED)\nconfig:\n\n"
+                              "\trpool     DEGRADED\n\t  c8t0d0  UNAVAIL  invalid label\n");
     const LiveState live = Read({{}, {}, {{"c1t0d0", "c9t0d0"}}});
     EXPECT_THAT(live.missingRoots, ElementsAre("rpool"));
-    ASSERT_EQ(live.importablePools.size(), 1U);
+    EXPECT_EQ(live.destroyedDoubt, "");
+    ASSERT_EQ(live.importablePools.size(), 2U);
+    EXPECT_EQ(live.importablePools[1].state, "DEGRADED");
+    EXPECT_TRUE(live.importablePools[1].isDestroyed && !live.importablePools[0].isDestroyed);
+    EXPECT_THAT(live.importablePools[1].devices, ElementsAre("rpool")); // what it lacks is blank
     EXPECT_EQ(live.importablePools[0].name + live.importablePools[0].guid +
                   live.importablePools[0].state + live.importablePools[0].action,
               "rpool12ONLINEThe pool can be imported.");
@@ -191,7 +198,7 @@ public:
 
     void Disks(const std::vector<std::string>& paths) {
         for (const std::string& path : paths)
-            live.disks.push_back({path, true, "", false});
+            live.disks.push_back({path, true, "", false, path});
     }
 
     /// What concerns pools, but for their numbers: commands, "! " and what cannot be done, ": " and
@@ -382,6 +389,27 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
     EXPECT_EQ(pair.Plan(options), "! : it was SUSPENDED when it was saved, and did not tell its"
                                   " properties\n" +
                                       waits);
+    pair.saved.pools[0].health = "ONLINE";
+
+    // The tool makes pools of the disks of destroyed ones without a word.
+    pair.live.disks[1].target = "/dev/sdz1";
+    pair.live.importablePools = {{"q", "3", "ONLINE", "", {}, {"sdz"}, true}};
+    EXPECT_THAT(pair.Plan(options), HasSubstr("had: sdb (/dev/newb) is part of the destroyed pool"
+                                              " q (3), which `zpool import -D` could"));
+    pair.live.importablePools.push_back({"p", "2", "ONLINE", "", {}, {}, true});
+    EXPECT_THAT(pair.Plan(options), HasSubstr("! : another pool of its name was destroyed (2, saved"
+                                              ": 1), and is not made anew while that one is there: "
+                                              "`zpool import -D -N 2` brings it back"));
+    pair.live.importablePools.push_back({"x", "1", "UNAVAIL", "Buy.", {}, {}, true});
+    pair.live.importablePools.push_back({"x", "1", "ONLINE", "", {"/f g"}, {}, true});
+    pair.live.importablePools.push_back({"x", "1", "FAULTED", "", {}, {}});
+    EXPECT_THAT(pair.Plan(options),
+                HasSubstr("! : it was destroyed, and is not made anew while that"
+                          " one is there: `zpool import -D -d '/f g' -N 1 p`"));
+    pair.live.importablePools.clear();
+    pair.live.destroyedDoubt = "no idea";
+    EXPECT_THAT(pair.Plan(options), HasSubstr(": whether it was destroyed and could be brought back"
+                                              " is not known"));
 }
 
 TEST(PoolPlan, MakesOnlyWhatTheToolsTake) {

@@ -35,10 +35,11 @@ bool IsWell(const ImportablePool& pool) {
 
 /// Whether a pool that could be imported has the disk. The tool calls it by some link without its
 /// folder, or a file by its path.
-bool IsPartOf(const LayoutDisk& disk, const ImportablePool& pool) {
-    const std::string last = disk.word.substr(disk.word.rfind('/') + 1);
+bool IsPartOf(const LayoutDisk& disk, const std::string& target, const ImportablePool& pool) {
+    const auto last = [](const std::string& path) { return path.substr(path.rfind('/') + 1); };
     return std::any_of(pool.devices.begin(), pool.devices.end(), [&](const std::string& name) {
-        return name == disk.word || name == last ||
+        return name == disk.word || name == last(disk.word) || name == last(target) ||
+               name == last(WholeDisk(target)) ||
                (disk.namedBy.empty() && name == disk.device->name);
     });
 }
@@ -50,22 +51,30 @@ public:
         : settings_(settings), saved_(settings.Saved()),
           layout_(LayoutOf(saved_, settings.Input().options, settings.Input().Tools().system)) {}
 
-    /// False when there is nothing to import.
+    /// False when there is nothing to import, nor what could be once it is brought back.
     bool PlanImport() {
         const ImportablePool* best = nullptr;
+        const ImportablePool* destroyed = nullptr;
         for (const ImportablePool& pool : settings_.Input().live.importablePools) {
-            if (!saved_.guid.empty() && pool.guid == saved_.guid) {
+            const bool isSaved = !saved_.guid.empty() && pool.guid == saved_.guid;
+            const bool hasName = pool.name == settings_.Name() || pool.name == saved_.name;
+            if (pool.isDestroyed) {
+                if ((isSaved || hasName) &&
+                    (destroyed == nullptr ||
+                     (isSaved && (destroyed->guid != saved_.guid || !IsWell(*destroyed)))))
+                    destroyed = &pool;
+            } else if (isSaved) {
                 if (best == nullptr || !IsWell(*best))
                     best = &pool;
-            } else if (pool.name == settings_.Name() || pool.name == saved_.name) {
+            } else if (hasName) {
                 settings_.Say("a pool that could be imported says that it is " + pool.name +
                               ", but is not the one that was saved (" + pool.guid +
                               ", saved: " + std::string(saved_.guid) + ")");
             }
         }
-        if (best == nullptr)
+        if (best == nullptr && destroyed == nullptr)
             return false;
-        if (IsWell(*best)) {
+        if (best != nullptr && IsWell(*best)) {
             Step step;
             step.phase = Phase::Pools;
             step.action = Action::Import;
@@ -78,6 +87,8 @@ public:
                 step.words.push_back(settings_.Name());
             step.why = "the saved pool could be imported; the tool says: " + best->action;
             settings_.Draft().Add(std::move(step));
+        } else if (destroyed != nullptr) {
+            CannotReplace(*destroyed);
         } else {
             settings_.CannotDo(
                 "", std::nullopt, best->state,
@@ -118,6 +129,11 @@ public:
         }
         for (const std::string& doubt : saved_.doubts)
             settings_.Say("when it was saved, " + doubt);
+        if (const std::string& doubt = settings_.Input().live.destroyedDoubt; !doubt.empty())
+            settings_.Say(
+                "whether it was destroyed and could be brought back is not known: look at "
+                "`zpool import -D` before it is made anew (" +
+                doubt + ")");
         if (!saved_.altroot.empty())
             settings_.Say("was imported below " + std::string(saved_.altroot) +
                           ", which is not repeated");
@@ -128,6 +144,27 @@ public:
     }
 
 private:
+    /// Its data is there until its disks are used, which the tool does without a word.
+    void CannotReplace(const ImportablePool& destroyed) {
+        std::vector<std::string> words = {"zpool", "import", "-D"};
+        for (const std::string& folder : destroyed.folders)
+            words.insert(words.end(), {"-d", folder});
+        words.insert(words.end(), {"-N", destroyed.guid});
+        if (destroyed.name != settings_.Name())
+            words.push_back(settings_.Name());
+        std::string reason = destroyed.guid == saved_.guid
+                                 ? "it was destroyed"
+                                 : "another pool of its name was destroyed (" + destroyed.guid +
+                                       ", saved: " + std::string(saved_.guid) + ")";
+        reason += ", and is not made anew while that one is there: `" + CommandLine(words) +
+                  "` brings it back; who gives it up runs `zpool labelclear` on each of its disks, "
+                  "or the first "
+                  "partition of a whole one";
+        if (!IsWell(destroyed))
+            reason += "; the tool says: " + destroyed.action;
+        settings_.CannotDo("", std::nullopt, destroyed.state + " (DESTROYED)", reason);
+    }
+
     /// Why a disk cannot be given to the pool; empty when it can.
     [[nodiscard]] std::string WhyNot(const LayoutDisk& disk, Use use,
                                      const GivenDisks& given) const {
@@ -141,9 +178,14 @@ private:
         if (!state->usedBy.empty() && !(use == Use::Spare && state->isOnlySpare))
             return "is used by the pool " + state->usedBy;
         for (const ImportablePool& pool : settings_.Input().live.importablePools)
-            if (IsPartOf(disk, pool))
-                return "is part of the pool " + pool.name + " (" + pool.guid +
-                       "), which could be imported";
+            if (IsPartOf(disk, state->target, pool))
+                return (pool.isDestroyed ? "is part of the destroyed pool "
+                                         : "is part of the pool ") +
+                       pool.name + " (" + pool.guid + "), which " +
+                       (pool.isDestroyed
+                            ? "`zpool import -D` could bring back until `zpool labelclear` "
+                              "gives the disk free"
+                            : "could be imported");
         const auto other = given.find(disk.word);
         if (other != given.end() && !(use == Use::Spare && other->second == "spare"))
             return "is to be used twice";

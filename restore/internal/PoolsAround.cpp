@@ -78,7 +78,7 @@ DiskState ReadDisk(const std::string& word, const std::vector<UsedDevice>& used,
     if (!disk.isThere)
         return disk;
     if (tools.system != "SunOS")
-        path = TargetOf(path, commands);
+        disk.target = path = TargetOf(path, commands);
     for (const UsedDevice& device : used) {
         const std::string usedPath = WithFolder(device.path);
         if (usedPath != path && WholeDisk(usedPath) != path && usedPath != WholeDisk(path))
@@ -103,8 +103,11 @@ std::vector<ImportablePool> ReadImportablePools(std::string_view text) {
             line.remove_prefix(1);
             if (title == "action:" && !pools.empty())
                 pools.back().action.append(" ").append(line);
-            else if (title == "config:" && !pools.empty())
-                pools.back().devices.emplace_back(util::ConsumeWord(line));
+            else if (title == "config:" && !pools.empty()) {
+                const std::string_view name = util::ConsumeWord(line);
+                if (!pools.back().isDestroyed || util::ConsumeWord(line) != "UNAVAIL")
+                    pools.back().devices.emplace_back(name);
+            }
             continue;
         }
         title = util::ConsumeWord(line);
@@ -115,9 +118,10 @@ std::vector<ImportablePool> ReadImportablePools(std::string_view text) {
             continue;
         else if (title == "id:" && util::str_is_integer(line))
             pools.back().guid = line;
-        else if (title == "state:")
-            pools.back().state = line;
-        else if (title == "action:")
+        else if (title == "state:") {
+            pools.back().isDestroyed = util::str_is_finishes_with(line, " (DESTROYED)");
+            pools.back().state = util::ConsumeWord(line);
+        } else if (title == "action:")
             pools.back().action = line;
     }
     pools.erase(std::remove_if(pools.begin(), pools.end(),
@@ -127,24 +131,36 @@ std::vector<ImportablePool> ReadImportablePools(std::string_view text) {
 }
 
 void AddImportablePools(const std::vector<std::string>& folders, const StateCommands& commands,
-                        std::vector<ImportablePool>& pools) {
-    std::string command = "zpool import";
+                        LiveState& live) {
+    std::string options;
     std::vector<std::string> there;
     for (const std::string& folder : folders)
         if (IsThere(folder, commands)) {
-            command += " -d " + ShellWord(folder);
+            options += " -d " + ShellWord(folder);
             there.push_back(folder);
         }
     if (!folders.empty() && there.empty())
         return;
-    for (ImportablePool& pool : ReadImportablePools(commands.Run(command))) {
-        const auto isSame = [&](const ImportablePool& known) {
-            return known.guid == pool.guid && known.state == pool.state;
-        };
-        if (std::any_of(pools.begin(), pools.end(), isSame))
-            continue;
-        pool.folders = there;
-        pools.push_back(std::move(pool));
+    std::vector<ImportablePool>& pools = live.importablePools;
+    const auto add = [&](const std::string& command) {
+        for (ImportablePool& pool : ReadImportablePools(commands.Run(command + options))) {
+            const auto isSame = [&](const ImportablePool& known) {
+                return known.guid == pool.guid && known.state == pool.state &&
+                       known.isDestroyed == pool.isDestroyed;
+            };
+            if (std::any_of(pools.begin(), pools.end(), isSame))
+                continue;
+            pool.folders = there;
+            pools.push_back(std::move(pool));
+        }
+    };
+    add("zpool import");
+    try {
+        add("zpool import -D");
+    } catch (const std::exception& error) {
+        if (!WasRefused(error))
+            throw;
+        live.destroyedDoubt = ReasonOf(error);
     }
 }
 

@@ -14,9 +14,10 @@ namespace zfslib::restore::internal {
 /// their disks say, and somebody else may have written these.
 [[nodiscard]] std::vector<ImportablePool> ReadImportablePools(std::string_view text);
 
-/// Adds the pools that `zpool import` lists, and those in folders that exist.
+/// Adds the pools that `zpool import` lists, those that were destroyed too; with folders, those in
+/// the ones that exist.
 void AddImportablePools(const std::vector<std::string>& folders, const StateCommands& commands,
-                        std::vector<ImportablePool>& pools);
+                        LiveState& live);
 
 /// The features that the tools know, as `zpool upgrade -v` lists them; empty when it does not.
 [[nodiscard]] std::vector<std::string> ReadFeatures(const StateCommands& commands);

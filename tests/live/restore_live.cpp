@@ -196,6 +196,9 @@ TEST_F(Restore, OfALostHostByItsScript) {
     const Truth truth = ReadTruth(pools);
     EXPECT_GT(truth.size(), 1500U);
     OutputOf("zpool destroy " + pool + " && zpool destroy " + other);
+    EXPECT_THAT(Inspect(plan), testing::AllOf(testing::HasSubstr("zpool import -D -d"),
+                                              testing::Not(testing::HasSubstr("+ create"))));
+    OutputOf("for disk in " + folder + "/disk*; do zpool labelclear \"$disk\" || exit; done");
 
     const std::string script = Quoted(host.Folder() / "script");
     Inspect(plan + " --script >" + script);
