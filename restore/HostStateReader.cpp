@@ -221,6 +221,14 @@ private:
         return DatasetOf(std::move(rows.front()));
     }
 
+    void ReadGuids(LiveState& live) {
+        for (const std::string& line : Lines("zpool list -H -o guid,name")) {
+            std::string_view rest = line;
+            const std::string_view guid = NextCell(rest);
+            live.poolsByGuid.emplace(guid, rest);
+        }
+    }
+
     /// What the plan has to know of pools that are missing.
     void ReadForPools(const HostState& saved, const PlanOptions& options,
                       const std::vector<std::string>& livePools, LiveState& live) {
@@ -230,6 +238,8 @@ private:
                 continue;
             const std::string& system = state_.tools.system;
             if (words.empty()) {
+                if (!livePools.empty())
+                    ReadGuids(live);
                 internal::AddImportablePools({}, commands_, live);
                 if (TakesOption(state_.tools.zpoolUsage, "create", 'd'))
                     live.features = internal::ReadFeatures(commands_);

@@ -52,6 +52,8 @@ struct LiveState {
     std::vector<ImportablePool> importablePools;
     /// Why it is not known which pools were destroyed and could be brought back; empty when it is.
     std::string destroyedDoubt;
+    /// The names of the imported pools. Read only where a pool is missing, that may have another.
+    std::map<std::string, std::string> poolsByGuid;
     /// Those that pools have to be made of. Read only where a pool is missing.
     std::vector<DiskState> disks;
     /// The features that the live tools know, without "feature@". Read only where a pool is
@@ -70,9 +72,9 @@ struct LiveState {
 /// `executor` as for ReadHostState. Runs its commands, and among them, when it knows the tools,
 /// `zpool list`, `zfs mount`, and `zfs list` of each pool with a root that is no pool; for the
 /// datasets above the roots two `zfs get` each, and one more for what is above them. When a pool is
-/// missing: `zpool import` and `zpool import -D`, and both again for the folders of its files;
-/// `zpool status` of each pool; and `ls` and `readlink` of each disk that it needs. Errors: as
-/// ReadHostState; std::runtime_error for options that name what was not saved.
+/// missing: `zpool list` again, `zpool import` and `zpool import -D`, and both again for the
+/// folders of its files; `zpool status` of each pool; and `ls` and `readlink` of each disk that it
+/// needs. Errors: as ReadHostState; std::runtime_error for options that name what was not saved.
 [[nodiscard]] ZFSLIB_EXPORT LiveState ReadLiveState(const HostState& saved,
                                                     const PlanOptions& options,
                                                     const CommandExecutor& executor);

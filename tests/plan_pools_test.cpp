@@ -105,6 +105,7 @@ TEST_F(LiveHost, IsSearchedForWhatAMissingPoolIsMadeOf) {
                            "   pool: rpool\n     id: 12\n  state: ONLINE\n action: The pool can\n"
                            "\tbe imported.\ncomment:   pool: x\n config:\n\n\t  pool: y\n"
                            "  pool: bad\n    id: x1\n state: ONLINE\n");
+    Answer("zpool list -H -o guid,name", "21\tother\n");
     Answer("zpool status 'other'",
            "config:\n\n\tNAME      STATE\n\tother     ONLINE\n\t  c2t0d0s0  ONLINE\n"
            "\tspares\n\t  c3t0d0    AVAIL\n");
@@ -116,6 +117,7 @@ TEST_F(LiveHost, IsSearchedForWhatAMissingPoolIsMadeOf) {
     const LiveState live = Read({{}, {}, {{"c1t0d0", "c9t0d0"}}});
     EXPECT_THAT(live.missingRoots, ElementsAre("rpool"));
     EXPECT_EQ(live.destroyedDoubt, "");
+    EXPECT_THAT(live.poolsByGuid, ElementsAre(testing::Pair("21", "other")));
     ASSERT_EQ(live.importablePools.size(), 2U);
     EXPECT_EQ(live.importablePools[1].state, "DEGRADED");
     EXPECT_TRUE(live.importablePools[1].isDestroyed && !live.importablePools[0].isDestroyed);
@@ -165,8 +167,9 @@ public:
             tools->system = "Linux";
             tools->version = "zfs-2.3.9-1";
             tools->zpoolUsage["create"] = "[-fnd] <pool> <vdev> ...";
-            for (const char* name : {"ashift", "autotrim", "bootfs", "comment", "compatibility",
-                                     "dedup_table_quota", "failmode", "version", "feature@..."})
+            for (const char* name :
+                 {"ashift", "autotrim", "bootfs", "cachefile", "comment", "compatibility",
+                  "dedup_table_quota", "failmode", "version", "feature@..."})
                 tools->poolProperties[name].isEditable = true;
         }
         saved.roots = {"p"};
@@ -174,7 +177,7 @@ public:
         saved.datasets.emplace_back().name = "p";
     }
 
-    /// "failmode=wait": nobody set it; "failmode:=wait": somebody did.
+    /// "failmode=wait": nobody set it; "failmode:=wait": somebody did. "altroot=/a" is of the pool.
     void Add(HostState& state, const std::vector<std::string>& properties,
              std::vector<Device> devices) {
         PoolState& pool = state.pools.emplace_back();
@@ -185,6 +188,8 @@ public:
         for (const std::string& property : properties) {
             const std::size_t equals = property.find('=');
             const bool isLocal = property[equals - 1] == ':';
+            if (property.substr(0, equals) == "altroot")
+                pool.altroot = texts->Keep(property.substr(equals + 1));
             pool.properties.push_back(texts->Make(
                 property.substr(0, equals - (isLocal ? 1 : 0)), property.substr(equals + 1),
                 std::nullopt,
@@ -265,6 +270,10 @@ TEST(PoolPlan, OfALivePoolSetsWhatDiffers) {
              {{"version=-", blake + "active"},
               {"version:=28", blake + "disabled"},
               "zpool set feature@blake3=enabled p\n"},
+             {{"cachefile:=none"}, {"cachefile=-"}, "zpool set cachefile=none p\n"},
+             {{"cachefile:=none", "altroot=/mnt"},
+              {"cachefile=-"},
+              ": cachefile was none, which holds until a pool is exported\n"},
              {{"bootfs:=p"}, {"bootfs=-"}, "zpool set bootfs=p p\n"},
              {{"bootfs:=p/no"}, {}, "! bootfs: this dataset is not there, nor made\n"},
              {{"autotrim:=on", "failmode:=panic"},
@@ -314,6 +323,7 @@ TEST(PoolPlan, LeavesDevicesAsTheyAre) {
 TEST(PoolPlan, MakesAPoolAsItWas) {
     PoolPair pair;
     Device replaced = Group(Device::Kind::Replacing, "replacing", {Leaf("sdx"), Leaf("sdb")});
+    replaced.children[1].properties = {pair.Set("u:b", "2")};
     Device spare = Leaf("draid1-0-0");
     spare.kind = Device::Kind::Other;
     Device wide = Top(normal, Group(mirror, "mirror", {Leaf("sde"), Leaf("sdf")}), 12);
@@ -321,7 +331,7 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
     pair.Add(pair.saved,
              {"feature@lz4_compress=active", "feature@new=enabled", "feature@old=disabled",
               "ashift=0", "comment:=a b", "failmode=wait", "autotrim:=on", "u:n:=x", "bootfs:=p",
-              "compatibility:=legacy"},
+              "compatibility:=legacy", "cachefile:=none", "altroot=/mnt"},
              {Top(normal, Group(mirror, "mirror", {Leaf("sda", "id-a-part1"), replaced}), 9), wide,
               Top(normal, Group(Device::Kind::Raidz, "raidz2", {Leaf("/f/1"), Leaf("/f/2")})),
               Top(Device::Use::Spare, Leaf("sdg")), Top(Device::Use::Spare, spare),
@@ -343,13 +353,18 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
         " raidz2 /f/1 /f/2\n"
         "zpool add --allow-ashift-mismatch -o ashift=9 p log /dev/sdh\n"
         "zpool set compatibility=legacy p\nzpool set u:n=x p\nzpool set ashift=0 p\n"
-        "zpool set u:a=1 p mirror-1\nzpool set autotrim=on p\nzpool set bootfs=p p\n"
+        "zpool set u:b=2 p /dev/newb\nzpool set u:a=1 p mirror-1\nzpool set autotrim=on p\nzpool "
+        "set bootfs=p p\n"
         "! sdg: the pool is made without it: sdg (/dev/sdg) is not there, --disk 'sdg=NEW' names"
         " another\n"
-        "! feature@new: the live tools do not know this feature\n");
+        "! feature@new: the live tools do not know this feature\n"
+        ": was imported below /mnt, which is not repeated, nor the cachefile of none that comes "
+        "with it\n");
     EXPECT_THROW((void)pair.Plan({{}, {}, {{"sdz", "/dev/newb"}}}), std::runtime_error);
     const Plan whole = MakePlan(pair.saved, pair.live, options);
     EXPECT_EQ(whole.steps[0].diskWords.size(), 2U);
+    for (const Step& step : whole.steps) // a group's name is no disk
+        EXPECT_TRUE(step.device.empty() || step.diskWords.empty() == (step.device == "mirror-1"));
     EXPECT_EQ(whole.steps[0].words[whole.steps[0].diskWords[1]], "/dev/newb");
     EXPECT_THAT(whole.steps[4].needs, testing::Contains(3U)); // all of the pool is there
     // Nothing is below it yet that would be mounted by the way; what it boots from is there later.
@@ -410,6 +425,28 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
     pair.live.destroyedDoubt = "no idea";
     EXPECT_THAT(pair.Plan(options), HasSubstr(": whether it was destroyed and could be brought back"
                                               " is not known"));
+
+    pair.live.poolsByGuid = {{"1", "new p"}};
+    EXPECT_EQ(
+        pair.Plan(options),
+        "! : it is there under the name new p: `zpool export 'new p'` and `zpool import -d /f "
+        "-N 1 p` give it this one; or plan with --rename 'p=new p'\n" +
+            waits);
+}
+
+TEST(PoolPlan, MakesAPoolForOneDatasetOfIt) {
+    PoolPair pair;
+    pair.live.state.tools.datasetProperties["mountpoint"] = {true, true, ""};
+    pair.saved.datasets[0].name = "p/x";
+    pair.saved.datasets[0].isMounted = true;
+    pair.saved.datasets[0].properties = {pair.texts->Make(
+        "mountpoint", "/p/x", std::nullopt, pair.texts->Origin(PropertySource::Default))};
+    pair.Add(pair.saved, {}, {Top(normal, Leaf("sda"))});
+    pair.Disks({"/dev/sda"});
+    std::string lines;
+    for (const Step& step : MakePlan(pair.saved, pair.live).steps)
+        lines += step.words[1] + " " + step.words[step.words.size() - 2] + "\n";
+    EXPECT_THAT(lines, HasSubstr("set mountpoint=/p/x\nmount ")); // the pool was made with -m none
 }
 
 TEST(PoolPlan, MakesOnlyWhatTheToolsTake) {

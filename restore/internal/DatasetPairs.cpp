@@ -79,6 +79,10 @@ PropertyNow DatasetPair::NowFromAbove(std::string_view property) const {
         if (shown == nullptr)
             return {};
         now = NowOf(*shown);
+    } else if (property == "mountpoint" && !NameAbove(name).empty()) {
+        // Below a pool that is made without its own dataset: nothing is mounted by the way.
+        now.source = PropertySource::Inherited;
+        now.value = "none";
     } else {
         return {};
     }

@@ -51,6 +51,26 @@ public:
         : settings_(settings), saved_(settings.Saved()),
           layout_(LayoutOf(saved_, settings.Input().options, settings.Input().Tools().system)) {}
 
+    /// Whether it is imported under another name. Then there is nothing to plan.
+    bool IsThereRenamed() {
+        const PlanInput& input = settings_.Input();
+        const auto live = input.live.poolsByGuid.find(std::string(saved_.guid));
+        if (live == input.live.poolsByGuid.end())
+            return false;
+        const std::string& name = live->second;
+        std::vector<std::string> words = {"zpool", "import"};
+        for (const std::string& folder : FoldersOf(LayoutOf(saved_, {}, input.Tools().system)))
+            words.insert(words.end(), {"-d", folder});
+        words.insert(words.end(), {"-N", live->first, settings_.Name()});
+        settings_.CannotDo("", std::nullopt, std::nullopt,
+                           "it is there under the name " + name + ": `" +
+                               CommandLine({"zpool", "export", name}) + "` and `" +
+                               CommandLine(words) + "` give it this one; or plan with " +
+                               CommandLine({"--rename", std::string(saved_.name) + "=" + name}));
+        settings_.LeaveOut();
+        return true;
+    }
+
     /// False when there is nothing to import, nor what could be once it is brought back.
     bool PlanImport() {
         const ImportablePool* best = nullptr;
@@ -136,7 +156,7 @@ public:
                 doubt + ")");
         if (!saved_.altroot.empty())
             settings_.Say("was imported below " + std::string(saved_.altroot) +
-                          ", which is not repeated");
+                          ", which is not repeated, nor the cachefile of none that comes with it");
         settings_.Draft().AddMaker(std::move(create));
         for (std::size_t i = 1; i < runs.size(); ++i)
             PlanAddition(runs[i], canMix);
@@ -320,8 +340,8 @@ private:
         // The version cannot be lowered later.
         const bool isVersion = name == "version" && saved.Value() != "-";
         return (saved.Source() == PropertySource::Local || isVersion) && saved.IsExact() &&
-               !saved.IsUser() && !IsFeature(name) && !IsLast(name) && !IsOfTheMoment(name) &&
-               name != "ashift" && name != "compatibility" &&
+               !saved.IsUser() && !IsFeature(name) && !IsLast(name) &&
+               !IsOfTheMoment(saved_, saved) && name != "ashift" && name != "compatibility" &&
                !(name == "version" && saved.Value() == "-") &&
                !(IsText(name) && (saved.Value() == "-" || saved.Value().empty())) &&
                IsSettable(settings_.Input().Tools(), saved);
@@ -388,7 +408,7 @@ private:
 
 void PlanMissingPool(PoolSettings& settings, GivenDisks& given) {
     PoolCreation creation(settings);
-    if (!creation.PlanImport())
+    if (!creation.IsThereRenamed() && !creation.PlanImport())
         creation.PlanCreation(given);
 }
 

@@ -22,8 +22,11 @@ bool IsOn(std::string_view feature) {
     return feature == "enabled" || feature == "active";
 }
 
-bool IsOfTheMoment(std::string_view property) {
-    return property == "altroot" || property == "readonly" || property == "tname";
+bool IsOfTheMoment(const PoolState& pool, const PropertyValue& property) {
+    const std::string& name = property.Name();
+    // An altroot brings a cache file of none along, as if somebody had set it.
+    return name == "altroot" || name == "readonly" || name == "tname" ||
+           (name == "cachefile" && property.Value() == "none" && !pool.altroot.empty());
 }
 
 bool IsLast(std::string_view property) {
@@ -145,7 +148,7 @@ void PoolSettings::PlanProperty(const PropertyValue& saved) {
     const std::string value = NewValue(saved);
     if (saved.IsUser() && !isSet)
         return; // the rest of one that was removed
-    if (IsOfTheMoment(name)) {
+    if (IsOfTheMoment(saved_, saved)) {
         if (live_ != nullptr && live != std::string(saved.Value()))
             Say(name + " was " + std::string(saved.Value()) +
                 ", which holds until a pool is exported");
@@ -236,6 +239,9 @@ void PoolSettings::PlanDeviceProperties(const Device& saved, const Device* live,
         Step step = SetStep(property, value);
         step.phase = Phase::PoolProperties;
         step.device = name;
+        // The name of a group is no disk, nor that of one that is there an operand to choose.
+        if (live == nullptr && saved.children.empty())
+            step.diskWords.push_back(step.words.size());
         step.words.push_back(name);
         const PropertyValue* now =
             live == nullptr ? nullptr : FindProperty(live->properties, property);

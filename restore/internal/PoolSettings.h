@@ -18,7 +18,7 @@ namespace zfslib::restore::internal {
 /// What is left of a feature that the tools do not know: "unsupported@com.example:x".
 [[nodiscard]] bool IsUnsupported(std::string_view property);
 /// What is so while the pool is imported, and not kept in it.
-[[nodiscard]] bool IsOfTheMoment(std::string_view property);
+[[nodiscard]] bool IsOfTheMoment(const PoolState& pool, const PropertyValue& property);
 /// What acts upon the devices by itself, or needs a dataset: set when all is there.
 [[nodiscard]] bool IsLast(std::string_view property);
 /// Whether the tool prints "-" where nothing is set, and takes an empty value for that.
