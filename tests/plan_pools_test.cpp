@@ -136,7 +136,7 @@ TEST_F(LiveHost, IsSearchedForWhatAMissingPoolIsMadeOf) {
     Answer("ls -dL '/f/1'", "");
     Answer("ls -dL '/f'", "");
     Answer("zpool import -d '/f'", "   pool: rpool\n     id: 13\n  state: ONLINE\n");
-    EXPECT_EQ(Read({}).importablePools.size(), 2U);
+    EXPECT_EQ(Read({}).importablePools.size(), 3U);
 }
 
 Device Top(Device::Use use, Device device, std::optional<unsigned> ashift = 12) {
@@ -368,8 +368,8 @@ TEST(PoolPlan, MakesAPoolAsItWas) {
     EXPECT_EQ(whole.steps[0].words[whole.steps[0].diskWords[1]], "/dev/newb");
     EXPECT_THAT(whole.steps[4].needs, testing::Contains(3U)); // all of the pool is there
     // Nothing is below it yet that would be mounted by the way; what it boots from is there later.
-    EXPECT_EQ(whole.steps[8].phase, Phase::Datasets);
-    EXPECT_THAT(whole.steps[8].words, ElementsAre("zfs", "inherit", "mountpoint", "p"));
+    EXPECT_EQ(whole.steps[9].phase, Phase::Datasets);
+    EXPECT_THAT(whole.steps[9].words, ElementsAre("zfs", "inherit", "mountpoint", "p"));
     EXPECT_EQ(whole.steps.back().phase, Phase::Mounts);
 
     pair.live.disks[2].usedBy = "q";
