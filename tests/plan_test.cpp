@@ -531,6 +531,22 @@ TEST(Plan, NeedsWhatHasToComeFirst) {
          {"set keylocation=prompt tank/e", "load-key tank/e <0", "create -u tank/e/n <1",
           "load-key tank/e/o", "change-key -i tank/e/o <1 3", "mount tank/e/c <1",
           "mount tank/e <1", "! tank/e/n guid", "! tank/f/c keystatus", "? tank/f"}},
+        {"a key in a file of what is mounted first; a loop",
+         "tank\ntank/d mounted key:tank/d\n keystatus - available\n mountpoint local /d\n"
+         " keylocation local file:///d/x/k\ntank/d/x mounted\n mountpoint local /d/x\n"
+         "tank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n"
+         " keylocation local file:///k/e/key\ntank/e/o key:tank/e\ntank/e/p mounted\n"
+         " mountpoint local /e/p\ntank/f key:tank/f\n keystatus - available\n encryption - aes\n"
+         " keylocation local file:///k/key\ntank/k mounted\n mountpoint local /k\n",
+         "tank\ntank/d key:tank/d\n keystatus - unavailable\n mountpoint local /d\n"
+         " keylocation local file:///d/x/k\ntank/d/x\n mountpoint local /d/x\n"
+         "tank/e key:tank/e\n keystatus - unavailable\n encryption - aes\n mountpoint local /e\n"
+         " keylocation local prompt\ntank/e/p\n mountpoint local /e/p\ntank/k\n"
+         " mountpoint local /k\n",
+         {"create -u -o encryption=aes -o keylocation=file:///k/key tank/f",
+          "set keylocation=file:///k/e/key tank/e", "mount tank/k", "load-key tank/e <1 2",
+          "mount tank/e <1 3", "mount tank/e/p <1 4", "! tank/e/o ", "! tank/f guid",
+          "! tank/d mounted", "! tank/d/x mounted", "! tank/d keystatus"}},
         {"what stands below a place where one goes or comes",
          "tank\ntank/a mounted\n mountpoint local /x\ntank/b mounted\n mountpoint local /x/b\n"
          "tank/c mounted\n mountpoint local /y/c\ntank/d mounted\n mountpoint local /w\n"

@@ -20,11 +20,6 @@ PropertyNow NowOf(const PropertyValue& value) {
     return now;
 }
 
-std::string_view AltrootOf(const HostState& state, std::string_view dataset) {
-    const PoolState* pool = state.FindPool(PoolOf(dataset));
-    return pool == nullptr || pool->altroot == "-" ? std::string_view() : pool->altroot;
-}
-
 const DatasetState* FindByName(const std::vector<DatasetState>& datasets, std::string_view name) {
     const auto found = std::find_if(datasets.begin(), datasets.end(),
                                     [&](const DatasetState& item) { return item.name == name; });
@@ -36,6 +31,11 @@ std::string TypeText(DatasetState::Type type) {
 }
 
 } // namespace
+
+std::string_view AltrootOf(const HostState& state, std::string_view dataset) {
+    const PoolState* pool = state.FindPool(PoolOf(dataset));
+    return pool == nullptr || pool->altroot == "-" ? std::string_view() : pool->altroot;
+}
 
 bool IsOwn(const PropertyValue& value) noexcept {
     return value.Source() == PropertySource::Local || value.Source() == PropertySource::Received;
@@ -119,7 +119,25 @@ std::string DatasetPair::EncryptionRootAbove() const {
     return isRoot ? parent->name : parent->EncryptionRootAbove();
 }
 
-DatasetPairs::DatasetPairs(const PlanInput& input, PlanDraft& draft) {
+Step LoadKeyStep(const DatasetPair& root, Phase phase) {
+    const std::string place =
+        root.Now("keylocation").value.value_or(""); // the tool reads it from there
+    Step step;
+    step.phase = phase;
+    step.action = Action::LoadKey;
+    step.object = root.name;
+    step.property = "keystatus";
+    step.words = {"zfs", "load-key", root.name};
+    step.was = "unavailable";
+    step.willBe = "available";
+    if (place == "prompt")
+        step.asksFor = "the key of " + root.name;
+    else
+        step.why = "reads the key from " + place;
+    return step;
+}
+
+DatasetPairs::DatasetPairs(const PlanInput& input, PlanDraft& draft) : keys_(input) {
     std::vector<std::pair<std::string, const DatasetState*>> wanted;
     for (const DatasetState& saved : input.saved.datasets) {
         std::string name = input.options.NewName(saved.name);
@@ -169,7 +187,19 @@ DatasetPair* DatasetPairs::FindLive(std::string_view live) const {
     return found == byName_.end() ? nullptr : found->second;
 }
 
-bool DatasetPairs::CanBe(const DatasetPair& pair, const PlanInput& input, PlanDraft& draft) const {
+std::string DatasetPairs::WhyLocked(const DatasetPair& above) {
+    const PropertyValue* status = above.live == nullptr ? nullptr : above.live->Find("keystatus");
+    if (status == nullptr || status->Value() != "unavailable")
+        return {};
+    const std::string root(above.live->encryptionRoot);
+    const DatasetPair* pair = FindLive(root);
+    if (pair == nullptr || pair->live == nullptr)
+        return util::str_format("the key of %1 is not loaded", root);
+    const std::string keeper = keys_.FindUnmountedKeeper(pair->saved, *pair->live);
+    return keeper.empty() ? std::string() : TextOfLateKey(root, keeper);
+}
+
+bool DatasetPairs::CanBe(const DatasetPair& pair, const PlanInput& input, PlanDraft& draft) {
     const DatasetState& saved = *pair.saved;
     if (pair.live != nullptr) {
         if (pair.live->type == saved.type)
@@ -214,6 +244,11 @@ bool DatasetPairs::CanBe(const DatasetPair& pair, const PlanInput& input, PlanDr
         draft.CannotDo(pair.name, "encryptionroot", std::string(saved.encryptionRoot), std::nullopt,
                        "it would not be encrypted: what it had its key from is not "
                        "there, or is not encrypted");
+        return false;
+    }
+    if (std::string why = pair.parent == nullptr ? std::string() : WhyLocked(*pair.parent);
+        !why.empty()) {
+        draft.CannotDo(pair.name, "", std::nullopt, std::nullopt, std::move(why));
         return false;
     }
     const std::string owner = input.options.NewName(saved.encryptionRoot);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "restore/internal/KeyFiles.h"
 #include "restore/internal/Names.h"
 #include "restore/internal/PlanDraft.h"
 
@@ -32,6 +33,9 @@ struct PropertyNow {
 /// Whether a value is set on the dataset itself.
 [[nodiscard]] bool IsOwn(const PropertyValue& value) noexcept;
 
+/// The alternate root of a dataset's pool; empty when there is none.
+[[nodiscard]] std::string_view AltrootOf(const HostState& state, std::string_view dataset);
+
 /// A saved dataset, and what is live of it.
 struct DatasetPair {
     const ToolsState* tools = nullptr; ///< the live ones
@@ -43,6 +47,9 @@ struct DatasetPair {
     std::string_view savedAltroot;       ///< of its pool; empty when there is none
     std::string_view liveAltroot;
     std::optional<PlanDraft::StepId> key; ///< the step that loads its key, if one does
+    /// The encryption root whose key can be loaded only behind a mount, if it has its key from
+    /// that.
+    DatasetPair* lateKey = nullptr;
     /// Steps that have to be done before it, or what is below it, is mounted.
     std::vector<PlanDraft::StepId> beforeMount;
     /// What the steps so far made of its properties.
@@ -72,6 +79,9 @@ struct DatasetPair {
     [[nodiscard]] std::string EncryptionRootAbove() const;
 };
 
+/// The step that loads the key of a live encryption root.
+[[nodiscard]] Step LoadKeyStep(const DatasetPair& root, Phase phase);
+
 /// The datasets a plan is about, each before those below it.
 class DatasetPairs {
 public:
@@ -85,10 +95,14 @@ public:
     [[nodiscard]] DatasetPair* Find(std::string_view saved) const;
     /// By its live name.
     [[nodiscard]] DatasetPair* FindLive(std::string_view live) const;
+    [[nodiscard]] KeyFiles& Keys() noexcept { return keys_; }
 
 private:
-    [[nodiscard]] bool CanBe(const DatasetPair& pair, const PlanInput& input,
-                             PlanDraft& draft) const;
+    [[nodiscard]] bool CanBe(const DatasetPair& pair, const PlanInput& input, PlanDraft& draft);
+    /// Why nothing can be made below a dataset whose key is not loaded; empty when it can.
+    [[nodiscard]] std::string WhyLocked(const DatasetPair& above);
+
+    KeyFiles keys_;
 
     std::deque<DatasetPair> pairs_;
     std::unordered_map<std::string_view, DatasetPair*> bySavedName_;

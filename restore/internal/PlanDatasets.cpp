@@ -98,7 +98,8 @@ private:
         step.action = Action::Create;
         step.object = pair.name;
         step.words = {"zfs", "create"};
-        CreationOptions options = CreationOptionsOf(input_, saved, pair.CipherAbove());
+        CreationOptions options =
+            CreationOptionsOf(input_, pairs_.Keys(), saved, pair.CipherAbove());
         if (!pair.IsFilesystem()) {
             const std::string_view size = ValueOf(saved, "volsize");
             // Without -s, creation would add a reservation of its own.
@@ -166,6 +167,13 @@ private:
                             "only `zfs change-key`, with a new key, makes it");
             return;
         }
+        for (DatasetPair* locked : {LockedRootOf(&pair), LockedRootOf(pair.parent)})
+            if (const std::string keeper = KeeperOf(locked); !keeper.empty()) {
+                draft_.CannotDo(pair.name, "encryptionroot", owner,
+                                std::string(live.encryptionRoot),
+                                TextOfLateKey(locked->name, keeper));
+                return;
+            }
         const auto key = NeedKey(&pair);
         const auto keyAbove = NeedKeyAbove(pair);
         Step step;
@@ -182,32 +190,31 @@ private:
         draft_.Need(id, keyAbove);
     }
 
+    /// The live encryption root of a dataset, if its key is not loaded.
+    DatasetPair* LockedRootOf(DatasetPair* pair) {
+        if (pair == nullptr || pair->live == nullptr ||
+            ValueOf(*pair->live, "keystatus") != "unavailable")
+            return nullptr;
+        return pair->live->encryptionRoot == pair->name
+                   ? pair
+                   : LockedRootOf(pairs_.FindLive(pair->live->encryptionRoot));
+    }
+
+    std::string KeeperOf(const DatasetPair* locked) {
+        return locked == nullptr ? std::string()
+                                 : pairs_.Keys().FindUnmountedKeeper(locked->saved, *locked->live);
+    }
+
     /// The step that loads the key of a live encryption root, if it is not loaded.
-    std::optional<PlanDraft::StepId> NeedKey(DatasetPair* root) {
-        if (root == nullptr || root->live == nullptr ||
-            ValueOf(*root->live, "keystatus") != "unavailable")
+    std::optional<PlanDraft::StepId> NeedKey(DatasetPair* pair) {
+        DatasetPair* const root = LockedRootOf(pair);
+        if (root == nullptr)
             return std::nullopt;
-        if (root->live->encryptionRoot != root->name)
-            return NeedKey(pairs_.FindLive(root->live->encryptionRoot));
         const auto known = keySteps_.find(root);
         if (known != keySteps_.end())
             return known->second;
         const auto placed = RestoreKeyLocation(*root);
-        const std::string place =
-            root->Now("keylocation").value.value_or(""); // the tool reads it from there
-        Step step;
-        step.phase = Phase::Datasets;
-        step.action = Action::LoadKey;
-        step.object = root->name;
-        step.property = "keystatus";
-        step.words = {"zfs", "load-key", root->name};
-        step.was = "unavailable";
-        step.willBe = "available";
-        if (place == "prompt")
-            step.asksFor = "the key of " + root->name;
-        else
-            step.why = "reads the key from " + place;
-        const auto id = keySteps_[root] = draft_.Add(std::move(step));
+        const auto id = keySteps_[root] = draft_.Add(LoadKeyStep(*root, Phase::Datasets));
         draft_.Need(id, placed);
         return id;
     }
@@ -285,8 +292,15 @@ private:
     void RestoreKey(DatasetPair& pair) {
         if (pair.live != nullptr && ValueOf(*pair.saved, "keystatus") == "available" &&
             ValueOf(*pair.live, "keystatus") == "unavailable") {
-            pair.key = NeedKey(&pair);
-            if (!pair.key)
+            DatasetPair* const root = LockedRootOf(&pair);
+            if (!KeeperOf(root).empty()) {
+                pair.lateKey = root;
+                if (const auto placed = RestoreKeyLocation(*root))
+                    root->beforeMount.push_back(*placed);
+            } else {
+                pair.key = NeedKey(&pair);
+            }
+            if (!pair.key && pair.lateKey == nullptr)
                 draft_.CannotDo(pair.name, "keystatus", "available", "unavailable",
                                 "its key is that of " + std::string(pair.live->encryptionRoot) +
                                     ", which is not restored here");
@@ -339,7 +353,7 @@ private:
 
 } // namespace
 
-CreationOptions CreationOptionsOf(const PlanInput& input, const DatasetState& saved,
+CreationOptions CreationOptionsOf(const PlanInput& input, KeyFiles& keys, const DatasetState& saved,
                                   std::string_view cipherAbove) {
     CreationOptions options;
     const auto give = [&](std::string_view property) {
@@ -377,6 +391,8 @@ CreationOptions CreationOptionsOf(const PlanInput& input, const DatasetState& sa
             options.asksFor = "a key for " + name;
         else
             options.why = "reads its key from " + std::string(place);
+        if (const std::string keeper = keys.FindUnmountedKeeper(place); !keeper.empty())
+            options.why += ", a file of " + keeper + ": put it there first";
     } else if (!cipher.empty() && cipher != cipherAbove) {
         give("encryption");
     }

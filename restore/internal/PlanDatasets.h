@@ -1,5 +1,6 @@
 #pragma once
 
+#include "restore/internal/KeyFiles.h"
 #include "restore/internal/PlanDraft.h"
 
 #include <string>
@@ -17,7 +18,8 @@ struct CreationOptions {
 };
 
 /// `cipherAbove` is the encryption of the dataset above, "off" where there is none.
-[[nodiscard]] CreationOptions CreationOptionsOf(const PlanInput& input, const DatasetState& saved,
+[[nodiscard]] CreationOptions CreationOptionsOf(const PlanInput& input, KeyFiles& keys,
+                                                const DatasetState& saved,
                                                 std::string_view cipherAbove);
 
 /// Adds what file systems, volumes and snapshots need. The pools have to be in the draft.

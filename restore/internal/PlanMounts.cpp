@@ -1,5 +1,6 @@
 #include "restore/internal/PlanMounts.h"
 
+#include "restore/internal/Places.h"
 #include "util/str.h"
 
 #include <algorithm>
@@ -21,22 +22,6 @@ bool IsShareProperty(std::string_view property) {
 
 bool IsZoneProperty(std::string_view property) {
     return property == "zoned" || property == "jailed";
-}
-
-bool IsPath(std::string_view mountpoint) {
-    return util::str_is_starts_with(mountpoint, "/");
-}
-
-/// Whether a path stands strictly below one of those in a sorted list.
-template <typename Value>
-const Value* FindAbove(const std::map<std::string, Value>& paths, std::string_view path) {
-    while (path.size() > 1) {
-        path = path.substr(0, path.rfind('/'));
-        const auto found = paths.find(std::string(path.empty() ? "/" : path));
-        if (found != paths.end())
-            return &found->second;
-    }
-    return nullptr;
 }
 
 class MountPlanner {
@@ -335,7 +320,7 @@ private:
             mounting.name = pair.name;
             mounting.pair = &pair;
             if (pair.live != nullptr && ZoneAtFirst(*pair.live) == nullptr)
-                mounting.from = MountedAt(*pair.live);
+                mounting.from = MountedAt(input_.live, *pair.live);
             if (pair.saved->isMounted && IsMountable(pair, point))
                 mounting.to = point;
             if (mounting.from == "/" && mounting.to != "/") {
@@ -418,7 +403,7 @@ private:
     void AddOther(const DatasetState& live) {
         Mounting mounting;
         mounting.name = live.name;
-        mounting.from = mounting.to = MountedAt(live);
+        mounting.from = mounting.to = MountedAt(input_.live, live);
         const PropertyValue* mountpoint = live.Find("mountpoint");
         std::string& point = points_[mounting.name];
         point = mountpoint == nullptr ? std::string() : std::string(mountpoint->Value());
@@ -459,17 +444,7 @@ private:
             return false;
         const PropertyValue* mountpoint = live.Find("mountpoint");
         return mountpoint != nullptr && IsPath(mountpoint->Value()) &&
-               MountedAt(live) != mountpoint->Value();
-    }
-
-    [[nodiscard]] std::string MountedAt(const DatasetState& live) const {
-        const auto told = input_.live.mounts.find(std::string(live.name));
-        if (live.isMounted && told != input_.live.mounts.end() && !told->second.empty())
-            return told->second;
-        const PropertyValue* mountpoint = live.Find("mountpoint");
-        return live.isMounted && mountpoint != nullptr && IsPath(mountpoint->Value())
-                   ? std::string(mountpoint->Value())
-                   : std::string();
+               MountedAt(input_.live, live) != mountpoint->Value();
     }
 
     /// What a dataset inherits from one with that mount point.
@@ -569,47 +544,111 @@ private:
         return step;
     }
 
-    /// The upper ones first: one that comes later would cover what is mounted below it.
+    /// The upper ones first: one that comes later would cover what is mounted below it. What has
+    /// its key from a file that is not there yet waits for that, and so does what is below it.
     void Mount() {
-        const auto occupied = Occupied();
-        std::multimap<std::string, PlanDraft::StepId> unmounted;
-        for (const Mounting& mounting : mounts_)
-            if (mounting.unmounted)
-                unmounted.emplace(mounting.from, *mounting.unmounted);
-        std::sort(mounts_.begin(), mounts_.end(),
-                  [](const Mounting& a, const Mounting& b) { return a.to < b.to; });
-        std::map<std::string, PlanDraft::StepId> done;
+        occupied_ = Occupied();
+        std::vector<Mounting*> waiting;
         for (Mounting& mounting : mounts_) {
-            if (mounting.to.empty())
-                continue;
-            if (HasCanmountOff(mounting)) {
-                draft_.CannotDo(mounting.name, "mounted", "yes", "no",
-                                "`zfs mount` refuses what has canmount=off");
-                continue;
-            }
-            const auto other = FindAtOrBelow(occupied, mounting.to);
-            if (other != occupied.end()) {
-                draft_.CannotDo(mounting.name, "mounted", "yes", "no",
-                                other->second + " is mounted at " + other->first +
-                                    ", and would be covered");
-                continue;
-            }
-            SayOfMountOptions(mounting);
-            const auto id = draft_.Add(MountStep(mounting.name, true));
-            for (auto below = FindAtOrBelow(unmounted, mounting.to);
-                 below != unmounted.end() && IsBelowPath(below->first, mounting.to); ++below)
-                draft_.Need(id, below->second);
-            draft_.Need(id, mounting.unmounted);
-            if (mounting.pair != nullptr)
-                draft_.Need(id, mounting.pair->key);
-            for (const DatasetPair* pair = mounting.pair; pair != nullptr; pair = pair->parent)
-                for (const PlanDraft::StepId step : pair->beforeMount)
-                    draft_.Need(id, step);
-            if (const auto* above = FindAbove(done, mounting.to))
-                draft_.Need(id, *above);
-            done.emplace(mounting.to, id);
-            mounting.mounted = id;
+            if (mounting.unmounted)
+                unmounted_.emplace(mounting.from, *mounting.unmounted);
+            if (!mounting.to.empty())
+                waiting.push_back(&mounting);
         }
+        std::sort(waiting.begin(), waiting.end(),
+                  [](const Mounting* a, const Mounting* b) { return a->to < b->to; });
+        FindLateKeys();
+        for (std::size_t before = 0; before != waiting.size();) {
+            before = waiting.size();
+            std::vector<Mounting*> still;
+            std::map<std::string, bool> places;
+            for (Mounting* mounting : waiting)
+                if (!LocksOut(*mounting).empty() || FindAbove(places, mounting->to) != nullptr) {
+                    places.emplace(mounting->to, true);
+                    still.push_back(mounting);
+                } else {
+                    Mount(*mounting);
+                }
+            waiting = std::move(still);
+        }
+        for (const Mounting* mounting : waiting)
+            Refuse(*mounting, LocksOut(*mounting));
+        for (const auto& [keeper, root] : lateKeys_)
+            draft_.CannotDo(root->name, "keystatus", "available", "unavailable",
+                            "it is in a file of " + keeper + ", which is not mounted before");
+    }
+
+    void Mount(Mounting& mounting) {
+        if (HasCanmountOff(mounting)) {
+            Refuse(mounting, "`zfs mount` refuses what has canmount=off");
+            return;
+        }
+        const auto other = FindAtOrBelow(occupied_, mounting.to);
+        if (other != occupied_.end()) {
+            Refuse(mounting,
+                   other->second + " is mounted at " + other->first + ", and would be covered");
+            return;
+        }
+        if (const auto* above = FindAbove(refused_, mounting.to)) {
+            Refuse(mounting, *above + ", above it, is not mounted");
+            return;
+        }
+        SayOfMountOptions(mounting);
+        const auto id = draft_.Add(MountStep(mounting.name, true));
+        for (auto below = FindAtOrBelow(unmounted_, mounting.to);
+             below != unmounted_.end() && IsBelowPath(below->first, mounting.to); ++below)
+            draft_.Need(id, below->second);
+        draft_.Need(id, mounting.unmounted);
+        if (mounting.pair != nullptr) {
+            draft_.Need(id, mounting.pair->key);
+            if (mounting.pair->lateKey != nullptr)
+                draft_.Need(id, keysLoaded_.at(mounting.pair->lateKey));
+        }
+        for (const DatasetPair* pair = mounting.pair; pair != nullptr; pair = pair->parent)
+            for (const PlanDraft::StepId step : pair->beforeMount)
+                draft_.Need(id, step);
+        if (const auto* above = FindAbove(mounted_, mounting.to))
+            draft_.Need(id, *above);
+        mounted_.emplace(mounting.to, id);
+        mounting.mounted = id;
+        LoadKeysOf(mounting.name, id);
+    }
+
+    void Refuse(const Mounting& mounting, const std::string& reason) {
+        const auto* above = FindAbove(refused_, mounting.to);
+        draft_.CannotDo(mounting.name, "mounted", "yes", "no",
+                        reason.empty() && above != nullptr ? *above + ", above it, is not mounted"
+                                                           : reason);
+        refused_.emplace(mounting.to, mounting.name);
+    }
+
+    void FindLateKeys() {
+        std::set<const DatasetPair*> known;
+        for (const DatasetPair& pair : pairs_.All())
+            if (pair.lateKey != nullptr && known.insert(pair.lateKey).second)
+                lateKeys_.emplace(
+                    pairs_.Keys().FindUnmountedKeeper(pair.lateKey->saved, *pair.lateKey->live),
+                    pair.lateKey);
+    }
+
+    void LoadKeysOf(const std::string& keeper, PlanDraft::StepId mounted) {
+        const auto [first, last] = lateKeys_.equal_range(keeper);
+        for (auto late = first; late != last; ++late) {
+            const DatasetPair& root = *late->second;
+            const auto id = keysLoaded_[&root] = draft_.Add(LoadKeyStep(root, Phase::Mounts));
+            draft_.Need(id, mounted);
+            for (const PlanDraft::StepId step : root.beforeMount)
+                draft_.Need(id, step);
+        }
+        lateKeys_.erase(first, last);
+    }
+
+    /// Why a file system cannot be mounted yet, as its key is not loaded; empty when it can.
+    [[nodiscard]] std::string LocksOut(const Mounting& mounting) const {
+        const DatasetPair* root = mounting.pair == nullptr ? nullptr : mounting.pair->lateKey;
+        return root == nullptr || keysLoaded_.find(root) != keysLoaded_.end()
+                   ? std::string()
+                   : "the key of " + root->name + " is not loaded";
     }
 
     [[nodiscard]] bool HasCanmountOff(const Mounting& mounting) const {
@@ -661,10 +700,6 @@ private:
         return found != paths.end() && IsBelowPath(found->first, path) ? found : paths.end();
     }
 
-    static bool IsBelowPath(const std::string& path, const std::string& top) {
-        return path == top || util::str_is_starts_with(path, top == "/" ? top : top + "/");
-    }
-
     void RestoreLast() {
         for (DatasetPair& pair : pairs_.All())
             if (pair.NeedsTurns() && HasCanmountLast(pair))
@@ -708,8 +743,14 @@ private:
     std::map<std::string, std::string, std::less<>>
         points_; ///< mount points behind the steps, by name
     std::vector<Mounting> mounts_;
-    std::map<const DatasetPair*, PlanDraft::StepId> placed_; ///< the steps of mount points
-    std::set<const DatasetPair*> inUse_;                     ///< is mounted in a zone
+    std::map<std::string, std::string> occupied_; ///< names, by places that the plan leaves alone
+    std::multimap<std::string, PlanDraft::StepId> unmounted_;    ///< by places
+    std::map<std::string, PlanDraft::StepId> mounted_;           ///< by places
+    std::map<std::string, std::string> refused_;                 ///< names, by places
+    std::multimap<std::string, const DatasetPair*> lateKeys_;    ///< roots, by who has the file
+    std::map<const DatasetPair*, PlanDraft::StepId> keysLoaded_; ///< of these
+    std::map<const DatasetPair*, PlanDraft::StepId> placed_;     ///< the steps of mount points
+    std::set<const DatasetPair*> inUse_;                         ///< is mounted in a zone
     std::set<std::string, std::less<>> heldBack_;
     std::map<const DatasetState*, const PropertyValue*> heldBackOthers_;
 };

@@ -307,7 +307,8 @@ private:
             AddProperty(step, "ashift", ashift);
         if (const DatasetState* root = settings_.Input().saved.FindDataset(saved_.name);
             root != nullptr && settings_.Input().options.IsWanted(saved_.name)) {
-            CreationOptions options = CreationOptionsOf(settings_.Input(), *root, "off");
+            KeyFiles keys(settings_.Input());
+            CreationOptions options = CreationOptionsOf(settings_.Input(), keys, *root, "off");
             // Or its default mount point, given back, would mount it.
             options.properties.emplace_back("canmount=noauto");
             for (std::string& property : options.properties)

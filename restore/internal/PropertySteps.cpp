@@ -13,12 +13,6 @@ bool IsGuard(std::string_view property) {
     return property == "setuid" || property == "exec" || property == "devices";
 }
 
-std::string Printed(std::string_view stored, std::string_view altroot) {
-    if (stored.empty() || stored.front() != '/' || altroot.size() < 2)
-        return std::string(stored);
-    return std::string(altroot) + (stored == "/" ? std::string() : std::string(stored));
-}
-
 } // namespace
 
 void PropertySteps::Cannot(const DatasetPair& pair, const PropertyValue& saved,
@@ -75,7 +69,7 @@ PlanDraft::StepId PropertySteps::Set(DatasetPair& pair, std::string_view propert
     step.was = becomes.value;
     becomes.value =
         isMountpoint
-            ? Printed(word, pair.liveAltroot)
+            ? PrintedMountpoint(word, pair.liveAltroot)
             : std::string(TextOnceSet(property, value, input_.saved.tools, input_.Tools()));
     step.willBe = becomes.value;
     step.why = std::move(why);

@@ -132,6 +132,12 @@ std::string_view StoredMountpoint(std::string_view printed, std::string_view alt
     return printed;
 }
 
+std::string PrintedMountpoint(std::string_view stored, std::string_view altroot) {
+    if (stored.empty() || stored.front() != '/' || altroot.size() < 2)
+        return std::string(stored);
+    return std::string(altroot) + (stored == "/" ? std::string() : std::string(stored));
+}
+
 std::optional<std::uint64_t> WholeNumber(std::string_view text) {
     std::uint64_t number = 0;
     const auto end = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -44,6 +44,9 @@ enum class PropertyKind {
 /// A mount point as it is stored: without the altroot before it, and without "/" behind it.
 [[nodiscard]] std::string_view StoredMountpoint(std::string_view printed, std::string_view altroot);
 
+/// A stored mount point as the tool prints it below an altroot.
+[[nodiscard]] std::string PrintedMountpoint(std::string_view stored, std::string_view altroot);
+
 /// A whole number of decimal digits; nothing for other texts and for what 64 bits do not hold.
 [[nodiscard]] std::optional<std::uint64_t> WholeNumber(std::string_view text);
 
