@@ -531,6 +531,23 @@ TEST(Plan, NeedsWhatHasToComeFirst) {
          {"set keylocation=prompt tank/e", "load-key tank/e <0", "create -u tank/e/n <1",
           "load-key tank/e/o", "change-key -i tank/e/o <1 3", "mount tank/e/c <1",
           "mount tank/e <1", "! tank/e/n guid", "! tank/f/c keystatus", "? tank/f"}},
+        {"a folder in what is read-only",
+         "tank mounted\n mountpoint local /t\n readonly local on\ntank/a mounted\n"
+         " mountpoint inherited:tank /t/a\n readonly inherited:tank on\ntank/b mounted\n"
+         " mountpoint local /t/b\n readonly inherited:tank on\ntank/c mounted\n"
+         " mountpoint local /t/b/c\n readonly local on\ntank/d mounted\n mountpoint local /o/d\n",
+         "tank mounted\n mountpoint local /t\n readonly local on\ntank/a mounted\n"
+         " mountpoint local /x\n readonly inherited:tank on\ntank/a/n mounted\n"
+         " mountpoint inherited:tank/a /x/n\n readonly inherited:tank on\ntank/b mounted\n"
+         " mountpoint local /t/b\n readonly inherited:tank on\ntank/c\n mountpoint local /z\n"
+         " readonly local on\ntank/d\n mountpoint local /d\n"
+         "tank/o mounted\n mountpoint local /o\n readonly local on\n",
+         {"unmount tank/a/n", "unmount tank/a", "inherit mountpoint tank/a <1",
+          "set -u mountpoint=/t/b/c tank/c", "set -u mountpoint=/o/d tank/d",
+          "set readonly=off tank", "set readonly=off tank/b", "mount tank/a <1 2 5",
+          "mount tank/a/n <0 7", "mount tank/c <3 6", "set readonly=on tank",
+          "inherit readonly tank/a", "inherit readonly tank/b", "inherit readonly tank/a/n <8",
+          "! tank/d mounted", "? tank/a/n", "? tank/o"}},
         {"a key in a file of what is mounted first; a loop",
          "tank\ntank/d mounted key:tank/d\n keystatus - available\n mountpoint local /d\n"
          " keylocation local file:///d/x/k\ntank/d/x mounted\n mountpoint local /d/x\n"

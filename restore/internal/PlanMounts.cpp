@@ -45,10 +45,12 @@ private:
     /// Where a file system is mounted and is to be.
     struct Mounting {
         std::string name;
-        const DatasetPair* pair = nullptr; ///< nothing when it was not saved
-        std::string from;                  ///< empty when it is not mounted
-        std::string to;                    ///< empty when it is not to be
-        bool isUnmounted = false;          ///< has to be for a while, even if it stays in its place
+        DatasetPair* pair = nullptr; ///< nothing when it was not saved
+        std::string from;            ///< empty when it is not mounted
+        std::string to;              ///< empty when it is not to be
+        bool isUnmounted = false;    ///< has to be for a while, even if it stays in its place
+        bool isLeft = false;         ///< is said to stay as it is
+        std::optional<PlanDraft::StepId> opened; ///< what holds its folder can be written then
         std::optional<PlanDraft::StepId> unmounted;
         std::optional<PlanDraft::StepId> mounted;
 
@@ -341,6 +343,7 @@ private:
                 points_.find(live.name) == points_.end())
                 AddOther(live);
         LeaveToTheirRoot();
+        OpenForFolders();
         TakeAlongWhatIsBelow();
         mounts_.erase(std::remove_if(mounts_.begin(), mounts_.end(),
                                      [](const Mounting& mounting) { return !mounting.Moves(); }),
@@ -397,6 +400,57 @@ private:
             return true;
         };
         mounts_.erase(std::remove_if(mounts_.begin(), mounts_.end(), isLeft), mounts_.end());
+    }
+
+    /// A folder to mount on is made where there is none, and not in what is read-only. That is open
+    /// for the while.
+    void OpenForFolders() {
+        std::map<std::string, Mounting*> places;
+        for (Mounting& mounting : mounts_)
+            if (!mounting.to.empty())
+                places.emplace(mounting.to, &mounting);
+        std::map<const DatasetPair*, PlanDraft::StepId> opened;
+        for (auto& [place, mounting] : places) {
+            Mounting* const* const holder = FindAbove(places, place);
+            if (holder == nullptr || !MayLackFolder(*mounting))
+                continue;
+            DatasetPair* const pair = (*holder)->pair;
+            if (!HoldsReadOnly(**holder))
+                continue;
+            if (pair == nullptr || !steps_.CanRestore(*pair, "readonly")) {
+                mounting->isLeft = true;
+                Refuse(*mounting, "its folder has to be made, and " + (*holder)->name +
+                                      ", above it, is read-only");
+                continue;
+            }
+            if (opened.find(pair) == opened.end())
+                opened[pair] = steps_.Set(*pair, "readonly", "off", {Phase::Mountpoints},
+                                          "what is mounted in it gets a folder there");
+            mounting->opened = opened[pair];
+        }
+        mounts_.erase(std::remove_if(mounts_.begin(), mounts_.end(),
+                                     [](const Mounting& mounting) { return mounting.isLeft; }),
+                      mounts_.end());
+    }
+
+    /// Whether the folder of a mount point may not be there: what was mounted on it has left it.
+    [[nodiscard]] bool MayLackFolder(const Mounting& mounting) const {
+        if (mounting.from == mounting.to)
+            return false;
+        const DatasetState* live = input_.live.state.FindDataset(mounting.name);
+        const PropertyValue* point = live == nullptr ? nullptr : live->Find("mountpoint");
+        return point == nullptr || point->Value() != mounting.to || mounting.pair == nullptr ||
+               mounting.pair->saved->guid != live->guid;
+    }
+
+    /// Whether nothing can be made in a file system as it is mounted now or will be.
+    [[nodiscard]] bool HoldsReadOnly(const Mounting& holder) const {
+        const DatasetState* live = input_.live.state.FindDataset(holder.name);
+        const DatasetPair* pair = holder.pair;
+        if (pair != nullptr && (!IsReadOnly(*pair) || holder.from != holder.to))
+            return pair->Now("readonly").value == "on";
+        const PropertyValue* readonly = live == nullptr ? nullptr : live->Find("readonly");
+        return readonly != nullptr && readonly->Value() == "on";
     }
 
     /// What was not saved is put back where it is, or where it is by what it inherits.
@@ -599,6 +653,7 @@ private:
              below != unmounted_.end() && IsBelowPath(below->first, mounting.to); ++below)
             draft_.Need(id, below->second);
         draft_.Need(id, mounting.unmounted);
+        draft_.Need(id, mounting.opened);
         if (mounting.pair != nullptr) {
             draft_.Need(id, mounting.pair->key);
             if (mounting.pair->lateKey != nullptr)
@@ -715,6 +770,40 @@ private:
                 if (pair.saved->isMounted)
                     steps_.Follow(pair, "readonly", {Phase::Mounts});
             }
+        for (const Mounting& mounting : mounts_) {
+            if (!mounting.mounted)
+                continue;
+            if (mounting.pair == nullptr)
+                FollowOther(mounting);
+            else if (IsReadOnly(*mounting.pair))
+                steps_.Follow(*mounting.pair, "readonly", {Phase::Mounts});
+        }
+    }
+
+    /// As PropertySteps::Follow, of what was mounted again and was not saved.
+    void FollowOther(const Mounting& mounting) {
+        for (std::string_view name = mounting.name; !name.empty(); name = NameAbove(name)) {
+            const DatasetPair* pair = pairs_.FindLive(name);
+            const DatasetState* live = input_.live.state.FindDataset(name);
+            const PropertyValue* readonly = live == nullptr ? nullptr : live->Find("readonly");
+            if (pair == nullptr && (readonly == nullptr || IsOwn(*readonly)))
+                return;
+            if (pair == nullptr)
+                continue;
+            if (!pair->HandsDownOther("readonly") || pair->Now("readonly").value != "on")
+                return;
+            Step step;
+            step.phase = Phase::Mounts;
+            step.action = Action::Inherit;
+            step.object = mounting.name;
+            step.property = "readonly";
+            step.words = {"zfs", "inherit", "readonly", mounting.name};
+            step.was = "off";
+            step.willBe = "on";
+            step.why = "the mount follows only then";
+            draft_.Need(draft_.Add(std::move(step)), mounting.mounted);
+            return;
+        }
     }
 
     /// OpenZFS shares what it mounts, and refuses what is shared.
