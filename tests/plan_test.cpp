@@ -415,7 +415,7 @@ TEST(Plan, MountsWhatWasMounted) {
          " mountpoint inherited:tank /t/a\n canmount default on\n sharenfs inherited:tank on\n",
          "tank mounted\n sharenfs default off\n mountpoint local /t\ntank/a mounted\n"
          " mountpoint local /x\n canmount default on\n sharenfs local ro\n",
-         {"set -u canmount=noauto tank/a", "unmount tank/a", "inherit mountpoint tank/a",
+         {"unmount tank/a", "set -u canmount=noauto tank/a", "inherit mountpoint tank/a",
           "set -u canmount=on tank/a", "mount tank/a", "set sharenfs=on tank",
           "inherit sharenfs tank/a"}},
         {"not over the host's root, and that is not unmounted",
@@ -475,9 +475,12 @@ TEST(Plan, MountsWhatWasMounted) {
          "tank/b\n canmount local off\n mountpoint local /b\n",
          {"set atime=on tank", "! tank/b mounted"}},
         {"others have to mount it",
-         "tank mounted\n mountpoint local legacy\n",
-         "tank\n mountpoint local legacy\n",
-         {"? tank"}},
+         "tank mounted\n mountpoint local legacy\ntank/a mounted\n mountpoint local legacy\n"
+         "tank/z mounted\n zoned local on\n mountpoint local /z\n",
+         "tank\n mountpoint local legacy\ntank/a mounted\n mountpoint local /a\n"
+         "tank/z mounted\n zoned local off\n mountpoint local /z\n",
+         {"unmount tank/z", "unmount tank/a", "set -u mountpoint=legacy tank/a",
+          "set zoned=on tank/z", "? tank", "? tank/a", "? tank/z"}},
     });
 }
 
@@ -503,13 +506,26 @@ TEST(Plan, NeedsWhatHasToComeFirst) {
          "tank/y\n mountpoint inherited:tank /t/y\n canmount local off\n"
          "tank/z\n mountpoint local /z\n canmount default on\n"
          "tank/z/z\n mountpoint inherited:tank/z /z/z\n canmount default on\n",
-         {"create -u tank/new", "set -u canmount=noauto tank", "set -u canmount=noauto tank/a",
-          "set -u canmount=noauto tank/x", "set -u canmount=noauto tank/x/x",
-          "set -u canmount=noauto tank/new <0", "unmount tank/a",
-          "inherit mountpoint tank <1 2 3 4 5", "inherit -S canmount tank",
-          "inherit -S canmount tank/a", "inherit -S canmount tank/new <0",
-          "inherit -S canmount tank/x", "set -u canmount=on tank/x/x", "mount tank/a <6 7",
-          "! tank/new guid", "? tank/x", "? tank/y", "? tank/z"}},
+         {"create -u tank/new",
+          "unmount tank/a",
+          "set -u canmount=noauto tank",
+          "set -u canmount=noauto tank/a",
+          "set -u canmount=noauto tank/x",
+          "set -u canmount=noauto tank/x/x",
+          "set -u canmount=noauto tank/new <0",
+          "inherit mountpoint tank <2 3 4 5 6",
+          "inherit -S canmount tank",
+          "inherit -S canmount tank/a",
+          "inherit -S canmount tank/new <0",
+          "inherit -S canmount tank/x",
+          "set -u canmount=on tank/x/x",
+          "mount tank/a <1 7",
+          "! tank/new guid",
+          "? tank/x",
+          "? tank/x/x",
+          "? tank/x",
+          "? tank/y",
+          "? tank/z"}},
         {"a tool that does more than to record, and shares when it is told",
          "tank mounted\n mountpoint local /t\n canmount default on\ntank/b mounted\n"
          " mountpoint local /b\n canmount default on\n sharenfs local on\n",

@@ -1,6 +1,7 @@
 #include "restore/internal/PlanMounts.h"
 
 #include "restore/internal/Places.h"
+#include "util/ShellWord.h"
 #include "util/str.h"
 
 #include <algorithm>
@@ -57,11 +58,18 @@ private:
         [[nodiscard]] bool Moves() const { return isUnmounted || from != to; }
     };
 
-    /// Whether a property of a live dataset has a step to come.
-    [[nodiscard]] bool WillChange(const DatasetPair& pair, std::string_view property) const {
+    /// The source that a property will have, if it has a step to come.
+    [[nodiscard]] std::optional<PropertySource> WillBe(const DatasetPair& pair,
+                                                       std::string_view property) const {
         DatasetPair copy = pair;
         PlanDraft scratch;
-        return PropertySteps(input_, scratch).Restore(copy, property, {}).has_value();
+        if (!PropertySteps(input_, scratch).Restore(copy, property, {}))
+            return std::nullopt;
+        return copy.Now(property).source;
+    }
+
+    [[nodiscard]] bool WillChange(const DatasetPair& pair, std::string_view property) const {
+        return WillBe(pair, property).has_value();
     }
 
     /// The property by which a live file system belongs to a zone or jail; nothing when it does
@@ -136,15 +144,17 @@ private:
         for (DatasetPair& pair : pairs_.All()) {
             if (!pair.NeedsTurns() || inUse_.find(&pair) != inUse_.end())
                 continue;
+            std::vector<PlanDraft::StepId> held;
+            const std::optional<PropertySource> source = WillBe(pair, "mountpoint");
+            if (source && pair.live != nullptr && (!records_ || *source != PropertySource::Local))
+                held = HoldBack(pair.name);
             const auto placed = steps_.Restore(pair, "mountpoint", {Phase::Mountpoints, true});
             if (!placed)
                 continue;
             placed_[&pair] = *placed;
             pair.beforeMount.push_back(*placed);
-            const bool isSet = pair.Now("mountpoint").source == PropertySource::Local;
-            if (pair.live != nullptr && (!records_ || !isSet))
-                for (const PlanDraft::StepId held : HoldBack(pair.name))
-                    draft_.Need(*placed, held);
+            for (const PlanDraft::StepId step : held)
+                draft_.Need(*placed, step);
         }
         // What closes comes first: what is open above is open below as well.
         for (const bool isClosing : {true, false}) {
@@ -233,10 +243,9 @@ private:
         for (const auto& [live, canmount] : heldBackOthers_) {
             Step step = CanmountStep(live->name, "noauto", "on", phase);
             step.why = "was held back";
-            if (canmount->Source() != PropertySource::Local) {
+            step.words = WordsToRelease(live->name, *canmount);
+            if (canmount->Source() != PropertySource::Local)
                 step.action = Action::Inherit;
-                step.words = {"zfs", "inherit", "-S", "canmount", std::string(live->name)};
-            }
             draft_.Add(std::move(step));
         }
     }
@@ -267,8 +276,7 @@ private:
             if (pair != nullptr && steps_.CanRestore(*pair, "canmount"))
                 HoldBack(*pair, held);
             else if (heldBackOthers_.emplace(live, canmount).second)
-                held.push_back(
-                    draft_.Add(CanmountStep(live->name, "on", "noauto", Phase::Unmounts)));
+                held.push_back(HoldBackOther(*live, *canmount));
         }
         for (auto pair = pairs_.FirstWithin(top);
              pair != pairs_.All().end() && IsWithin(pair->name, top); ++pair)
@@ -279,8 +287,34 @@ private:
 
     void HoldBack(DatasetPair& pair, std::vector<PlanDraft::StepId>& held) {
         if (pair.IsFilesystem() && pair.Now("canmount").value.value_or("on") == "on")
-            held.push_back(steps_.Set(pair, "canmount", "noauto", {Phase::Unmounts, true},
+            held.push_back(steps_.Set(pair, "canmount", "noauto", {HoldBackPhase(), true},
                                       "is not to be mounted by the way"));
+    }
+
+    /// A later plan knows nothing of what was not saved, and what it was is said here.
+    PlanDraft::StepId HoldBackOther(const DatasetState& live, const PropertyValue& canmount) {
+        std::vector<std::string> words = WordsToRelease(live.name, canmount);
+        words.back() = util::ShellWord(words.back());
+        std::string command;
+        for (const std::string& word : words)
+            command += " " + word;
+        draft_.Say(live.name, "has canmount=noauto for a while: should the script stop in between, "
+                              "give it back with:" +
+                                  command);
+        return draft_.Add(CanmountStep(live.name, "on", "noauto", HoldBackPhase()));
+    }
+
+    [[nodiscard]] std::vector<std::string> WordsToRelease(std::string_view name,
+                                                          const PropertyValue& canmount) const {
+        if (canmount.Source() != PropertySource::Local)
+            return {"zfs", "inherit", "-S", "canmount", std::string(name)};
+        return CanmountStep(name, "noauto", "on", Phase::Mountpoints).words;
+    }
+
+    /// As late as can be: a script may stop at what is busy. A tool that cannot just record it
+    /// mounts what is unmounted by then.
+    [[nodiscard]] Phase HoldBackPhase() const {
+        return records_ ? Phase::Mountpoints : Phase::Unmounts;
     }
 
     [[nodiscard]] Step CanmountStep(std::string_view name, const char* was, const char* willBe,
@@ -525,10 +559,15 @@ private:
         if (WasInZone(pair)) {
             if (!isThere)
                 draft_.Say(pair.name, "was mounted in its zone, which has to do that");
+            else if (ZoneAtFirst(*pair.live) == nullptr)
+                draft_.Say(pair.name, "is unmounted here: its zone has to mount it again");
             return false;
         }
         if (!IsPath(point) && !isThere)
             draft_.Say(pair.name, "was mounted by something else than `zfs mount`");
+        else if (!IsPath(point) && !IsLegacy(pair))
+            draft_.Say(pair.name, "is unmounted here, and was mounted by something else than `zfs "
+                                  "mount`: that, fstab or vfstab, has to mount it again");
         return IsPath(point);
     }
 
@@ -589,8 +628,12 @@ private:
 
     static Step UnmountStep(const Mounting& mounting) {
         Step step = MountStep(mounting.name, false);
+        const bool wasMounted = mounting.pair == nullptr || mounting.pair->saved->isMounted;
         if (mounting.to.empty())
-            step.why = "was not mounted";
+            step.why = !wasMounted                 ? "was not mounted"
+                       : mounting.pair == nullptr  ? "has no place of its own then"
+                       : WasInZone(*mounting.pair) ? "was mounted in its zone"
+                                                   : "was mounted by something else";
         else if (mounting.from != mounting.to)
             step.why = "was mounted at " + mounting.to;
         else
