@@ -424,6 +424,12 @@ TEST(Plan, MountsWhatWasMounted) {
          "tank\n mountpoint local /\ntank/a mounted\n mountpoint local /\ntank/b\n"
          " mountpoint local /b\ntank/c mounted\n mountpoint local /c\n",
          {"! tank/a mounted", "! tank mounted", "! tank/b mounted"}},
+        {"nor what goes with that root in other pools, but below an altroot",
+         "bp/boot mounted\n mountpoint local /etc\nrp/root mounted\n mountpoint local /\n"
+         "tank mounted\n mountpoint local /t\n",
+         "altroot /mnt\nbp/boot\n mountpoint local /etc\nrp/root\n mountpoint local /\n"
+         "tank\n mountpoint local /mnt/t\n",
+         {"mount tank", "! bp/boot mounted", "! rp/root mounted"}},
         {"places without the altroot",
          "altroot /a\ntank mounted\n mountpoint local /a\ntank/b mounted\n mountpoint local /a/b\n",
          "altroot /x\ntank mounted\n mountpoint local /x\ntank/b mounted\n mountpoint local /x/c\n",
@@ -538,15 +544,21 @@ TEST(Plan, NeedsWhatHasToComeFirst) {
          "tank\ntank/e mounted key:tank/e\n keystatus - available\n mountpoint local /e\n"
          " encryption - aes\n keylocation local prompt\ntank/e/c mounted key:tank/e\n"
          " keystatus - available\n mountpoint local /c\ntank/e/n key:tank/e\n"
-         "tank/e/o key:tank/e\ntank/f/c key:tank/f\n keystatus - available\n",
+         "tank/e/o key:tank/e\ntank/f/c mounted key:tank/f\n keystatus - available\n"
+         " mountpoint local /f/c\ntank/f/c/m key:tank/f\ntank/g mounted\n"
+         " mountpoint local /f/c/g\ntank/h mounted\n mountpoint local /f/c/h\n",
          "tank\ntank/e key:tank/e\n keystatus - unavailable\n mountpoint local /e\n"
          " encryption - aes\n keylocation local file:///gone\ntank/e/c key:tank/e\n"
          " keystatus - unavailable\n mountpoint local /c\n"
          "tank/e/o key:tank/e/o\n keystatus - unavailable\ntank/f key:tank/f\n"
-         " keystatus - unavailable\ntank/f/c key:tank/f\n keystatus - unavailable\n",
+         " keystatus - unavailable\ntank/f/c key:tank/f\n keystatus - unavailable\n encryption - "
+         "aes\n"
+         " mountpoint local /f/c\ntank/g\n mountpoint local /f/c/g\ntank/h mounted\n"
+         " mountpoint local /f/c/h\n",
          {"set keylocation=prompt tank/e", "load-key tank/e <0", "create -u tank/e/n <1",
           "load-key tank/e/o", "change-key -i tank/e/o <1 3", "mount tank/e/c <1",
-          "mount tank/e <1", "! tank/e/n guid", "! tank/f/c keystatus", "? tank/f"}},
+          "mount tank/e <1", "! tank/f/c/m ", "! tank/e/n guid", "! tank/f/c keystatus",
+          "! tank/f/c mounted", "! tank/g mounted", "? tank/f"}},
         {"a folder in what is read-only",
          "tank mounted\n mountpoint local /t\n readonly local on\ntank/a mounted\n"
          " mountpoint inherited:tank /t/a\n readonly inherited:tank on\ntank/b mounted\n"

@@ -359,6 +359,10 @@ private:
                 mounting.from = MountedAt(input_.live, *pair.live);
             if (pair.saved->isMounted && IsMountable(pair, point))
                 mounting.to = point;
+            if (!mounting.to.empty() && IsLocked(pair)) {
+                Refuse(mounting, "its key is not loaded");
+                continue;
+            }
             if (mounting.from == "/" && mounting.to != "/") {
                 draft_.CannotDo(pair.name, "mounted", "no", "yes", "the host runs from it");
                 continue;
@@ -417,16 +421,16 @@ private:
         }
     }
 
-    /// Another root than that of the host that runs, and what its pool has for it, is not mounted
-    /// over that.
+    /// Another root than that of the host that runs is not mounted over that, nor is what goes with
+    /// it, in whichever pool: it would be mounted over folders of the host that runs.
     void LeaveToTheirRoot() {
-        std::set<std::string, std::less<>> pools;
-        for (const Mounting& mounting : mounts_)
-            if (mounting.to == "/" && mounting.from != "/")
-                pools.emplace(PoolOf(mounting.name));
+        if (std::none_of(mounts_.begin(), mounts_.end(), [](const Mounting& mounting) {
+                return mounting.to == "/" && mounting.from != "/";
+            }))
+            return;
         const auto isLeft = [&](const Mounting& mounting) {
             if (mounting.from == mounting.to || mounting.to.empty() ||
-                pools.find(PoolOf(mounting.name)) == pools.end())
+                AltrootOf(input_.live.state, mounting.name).size() > 1)
                 return false;
             draft_.CannotDo(mounting.name, "mounted", "yes", mounting.from.empty() ? "no" : "yes",
                             "the host runs from another root: plan again when it is booted from "
@@ -510,6 +514,13 @@ private:
             return;
         mounting.isUnmounted = heldBack_.find(mounting.name) != heldBack_.end();
         mounts_.push_back(std::move(mounting));
+    }
+
+    /// Whether its key is not loaded, and stays so.
+    static bool IsLocked(const DatasetPair& pair) {
+        const PropertyValue* status = pair.live == nullptr ? nullptr : pair.live->Find("keystatus");
+        return status != nullptr && status->Value() == "unavailable" && !pair.key &&
+               pair.lateKey == nullptr;
     }
 
     static bool IsLegacy(const DatasetPair& pair) {
@@ -686,7 +697,8 @@ private:
                    other->second + " is mounted at " + other->first + ", and would be covered");
             return;
         }
-        if (const auto* above = FindAbove(refused_, mounting.to)) {
+        const auto* above = FindAbove(refused_, mounting.to);
+        if (above != nullptr && mounting.from != mounting.to) {
             Refuse(mounting, *above + ", above it, is not mounted");
             return;
         }
@@ -705,8 +717,8 @@ private:
         for (const DatasetPair* pair = mounting.pair; pair != nullptr; pair = pair->parent)
             for (const PlanDraft::StepId step : pair->beforeMount)
                 draft_.Need(id, step);
-        if (const auto* above = FindAbove(mounted_, mounting.to))
-            draft_.Need(id, *above);
+        if (const auto* upper = FindAbove(mounted_, mounting.to))
+            draft_.Need(id, *upper);
         mounted_.emplace(mounting.to, id);
         mounting.mounted = id;
         LoadKeysOf(mounting.name, id);
