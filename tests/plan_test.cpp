@@ -627,6 +627,19 @@ TEST(Plan, CoversNothing) {
         EXPECT_EQ(LinesOf(MakePlan(saved, live)), isCovered ? covered : Lines{"mount tank"})
             << path;
     }
+    // Nor is anything unmounted below which others are: by their places, nor by their names.
+    live.state = State("tank mounted\n mountpoint local /y\ntank/a mounted\n mountpoint local /u\n"
+                       "tank/a/b mounted\n mountpoint local /w\ntank/c mounted\n"
+                       " mountpoint inherited:tank /y/c\ntank/d mounted\n mountpoint local /d\n");
+    live.mounts = {{"other", "/w/x"}, {"tank/d", "/dd"}, {"else", "/dd/x"}};
+    EXPECT_EQ(LinesOf(MakePlan(State("tank\n mountpoint local /y\ntank/a mounted\n mountpoint "
+                                     "local /v\ntank/a/b mounted\n"
+                                     " mountpoint local /w\ntank/c\n mountpoint local /c\n"
+                                     "tank/d mounted\n mountpoint local /d\n"),
+                               live)),
+              (Lines{"unmount tank/c", "set -u mountpoint=/c tank/c", "! tank/a mountpoint",
+                     "! tank mounted", "! tank/d mounted"}));
+    live.mounts.clear();
     // Where it is mounted counts, not where it would be.
     live.state = State("tank mounted\n mountpoint local /t\n");
     live.mounts = {{"tank", ""}}; // more than once

@@ -30,4 +30,13 @@ const Value* FindAbove(const std::map<std::string, Value>& paths, std::string_vi
     return nullptr;
 }
 
+/// The first of the sorted paths that is `path` or stands below it.
+template <typename Paths>
+typename Paths::const_iterator FindAtOrBelow(const Paths& paths, const std::string& path) {
+    auto found = paths.lower_bound(path);
+    if (found != paths.end() && found->first != path)
+        found = paths.lower_bound(path == "/" ? path : path + "/");
+    return found != paths.end() && IsBelowPath(found->first, path) ? found : paths.end();
+}
+
 } // namespace zfslib::restore::internal

@@ -1,5 +1,6 @@
 #include "restore/internal/PlanMounts.h"
 
+#include "restore/internal/BusyMounts.h"
 #include "restore/internal/Places.h"
 #include "util/ShellWord.h"
 #include "util/str.h"
@@ -34,6 +35,7 @@ public:
 
     void Plan() {
         LeaveZones();
+        LeaveBusy();
         RestoreProperties();
         FindMounts();
         Unmount();
@@ -116,6 +118,32 @@ private:
         MindOthersInZones(moving);
     }
 
+    /// A mount point that moves what cannot be unmounted stays as it is.
+    void LeaveBusy() {
+        busy_ = FindBusyMounts(input_.live);
+        if (busy_.empty())
+            return;
+        std::map<const DatasetPair*, const DatasetPair*> movers; // by what moves with them
+        for (const DatasetPair& pair : pairs_.All()) {
+            const auto above = movers.find(pair.parent);
+            if (pair.NeedsTurns() && WillChange(pair, "mountpoint"))
+                movers.emplace(&pair, &pair);
+            else if (above != movers.end() && !pair.Now("mountpoint").IsOwn())
+                movers.emplace(&pair, above->second);
+            else
+                continue;
+            const auto busy = busy_.find(pair.name);
+            const DatasetPair* mover = movers.at(&pair);
+            if (busy != busy_.end() && stays_.insert(mover).second)
+                draft_.CannotDo(mover->name, "mountpoint", std::nullopt, std::nullopt,
+                                TextOfBusy(busy->second));
+        }
+    }
+
+    static std::string TextOfBusy(const std::string& other) {
+        return "what is mounted below cannot be unmounted here: " + other;
+    }
+
     /// The tool refuses a mount point that a zoned file system inherits.
     void MindOthersInZones(const std::set<const DatasetPair*>& moving) {
         for (const DatasetState& live : input_.live.state.datasets) {
@@ -142,7 +170,8 @@ private:
 
     void RestoreProperties() {
         for (DatasetPair& pair : pairs_.All()) {
-            if (!pair.NeedsTurns() || inUse_.find(&pair) != inUse_.end())
+            if (!pair.NeedsTurns() || inUse_.find(&pair) != inUse_.end() ||
+                stays_.find(&pair) != stays_.end())
                 continue;
             std::vector<PlanDraft::StepId> held;
             const std::optional<PropertySource> source = WillBe(pair, "mountpoint");
@@ -512,6 +541,12 @@ private:
     void AddMounting(Mounting mounting) {
         if (mounting.from.empty() && mounting.to.empty())
             return;
+        const auto busy = mounting.from == mounting.to ? busy_.end() : busy_.find(mounting.name);
+        if (busy != busy_.end()) {
+            draft_.CannotDo(mounting.name, "mounted", mounting.to.empty() ? "no" : "yes", "yes",
+                            TextOfBusy(busy->second));
+            return;
+        }
         mounting.isUnmounted = heldBack_.find(mounting.name) != heldBack_.end();
         mounts_.push_back(std::move(mounting));
     }
@@ -800,16 +835,6 @@ private:
         return occupied;
     }
 
-    /// The first of the sorted paths that is `path` or stands below it.
-    template <typename Paths>
-    static typename Paths::const_iterator FindAtOrBelow(const Paths& paths,
-                                                        const std::string& path) {
-        auto found = paths.lower_bound(path);
-        if (found != paths.end() && found->first != path)
-            found = paths.lower_bound(path == "/" ? path : path + "/");
-        return found != paths.end() && IsBelowPath(found->first, path) ? found : paths.end();
-    }
-
     void RestoreLast() {
         for (DatasetPair& pair : pairs_.All())
             if (pair.NeedsTurns() && HasCanmountLast(pair))
@@ -895,6 +920,8 @@ private:
     std::map<const DatasetPair*, PlanDraft::StepId> keysLoaded_; ///< of these
     std::map<const DatasetPair*, PlanDraft::StepId> placed_;     ///< the steps of mount points
     std::set<const DatasetPair*> inUse_;                         ///< is mounted in a zone
+    std::map<std::string, std::string, std::less<>> busy_;       ///< cannot be unmounted, and why
+    std::set<const DatasetPair*> stays_;                         ///< would have to be unmounted
     std::set<std::string, std::less<>> heldBack_;
     std::map<const DatasetState*, const PropertyValue*> heldBackOthers_;
 };
