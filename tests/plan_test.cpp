@@ -567,15 +567,15 @@ TEST(Plan, NeedsWhatHasToComeFirst) {
          "tank mounted\n mountpoint local /t\n readonly local on\ntank/a mounted\n"
          " mountpoint local /x\n readonly inherited:tank on\ntank/a/n mounted\n"
          " mountpoint inherited:tank/a /x/n\n readonly inherited:tank on\ntank/b mounted\n"
-         " mountpoint local /t/b\n readonly inherited:tank on\ntank/c\n mountpoint local /z\n"
+         " mountpoint local /t/b\n readonly inherited:tank on\ntank/c guid:new\n mountpoint local "
+         "/t/b/c\n"
          " readonly local on\ntank/d\n mountpoint local /d\n"
          "tank/o mounted\n mountpoint local /o\n readonly local on\n",
          {"unmount tank/a/n", "unmount tank/a", "inherit mountpoint tank/a <1",
-          "set -u mountpoint=/t/b/c tank/c", "set -u mountpoint=/o/d tank/d",
-          "set readonly=off tank", "set readonly=off tank/b", "mount tank/a <1 2 5",
-          "mount tank/a/n <0 7", "mount tank/c <3 6", "set readonly=on tank",
-          "inherit readonly tank/a", "inherit readonly tank/b", "inherit readonly tank/a/n <8",
-          "! tank/d mounted", "? tank/a/n", "? tank/o"}},
+          "set -u mountpoint=/o/d tank/d", "set readonly=off tank", "set readonly=off tank/b",
+          "mount tank/a <1 2 4", "mount tank/a/n <0 6", "mount tank/c <5", "set readonly=on tank",
+          "inherit readonly tank/a", "inherit readonly tank/b", "inherit readonly tank/a/n <7",
+          "! tank/c guid", "! tank/d mounted", "? tank/a/n", "? tank/o"}},
         {"a key in a file of what is mounted first; a loop",
          "tank\ntank/d mounted key:tank/d\n keystatus - available\n mountpoint local /d\n"
          " keylocation local file:///d/x/k\ntank/d/x mounted\n mountpoint local /d/x\n"
