@@ -79,9 +79,9 @@ public:
             const bool isSaved = !saved_.guid.empty() && pool.guid == saved_.guid;
             const bool hasName = pool.name == settings_.Name() || pool.name == saved_.name;
             if (pool.isDestroyed) {
-                if ((isSaved || hasName) &&
-                    (destroyed == nullptr ||
-                     (isSaved && (destroyed->guid != saved_.guid || !IsWell(*destroyed)))))
+                // One of its name alone is another: it is its disks that are not used.
+                if ((isSaved || (saved_.guid.empty() && hasName)) &&
+                    (destroyed == nullptr || !IsWell(*destroyed)))
                     destroyed = &pool;
             } else if (isSaved) {
                 if (best == nullptr || !IsWell(*best))
@@ -172,14 +172,10 @@ private:
         words.insert(words.end(), {"-N", destroyed.guid});
         if (destroyed.name != settings_.Name())
             words.push_back(settings_.Name());
-        std::string reason = destroyed.guid == saved_.guid
-                                 ? "it was destroyed"
-                                 : "another pool of its name was destroyed (" + destroyed.guid +
-                                       ", saved: " + std::string(saved_.guid) + ")";
-        reason += ", and is not made anew while that one is there: `" + CommandLine(words) +
-                  "` brings it back; who gives it up runs `zpool labelclear` on each of its disks, "
-                  "or the first "
-                  "partition of a whole one";
+        std::string reason = "it was destroyed, and is not made anew while it is there: `" +
+                             CommandLine(words) +
+                             "` brings it back; who gives it up runs `zpool labelclear` on each of "
+                             "its disks, or the first partition of a whole one";
         if (!IsWell(destroyed))
             reason += "; the tool says: " + destroyed.action;
         settings_.CannotDo("", std::nullopt, destroyed.state + " (DESTROYED)", reason);
