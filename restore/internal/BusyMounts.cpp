@@ -9,7 +9,7 @@
 
 namespace zfslib::restore::internal {
 
-std::map<std::string, std::string, std::less<>> FindBusyMounts(const LiveState& live) {
+BusyMounts FindBusyMounts(const LiveState& live) {
     std::map<std::string, std::string> others; // names, by places
     for (const auto& [name, path] : live.mounts) {
         const DatasetState* dataset = live.state.FindDataset(name);
@@ -18,7 +18,7 @@ std::map<std::string, std::string, std::less<>> FindBusyMounts(const LiveState& 
             (dataset == nullptr || (point != nullptr && point->Value() == "legacy")))
             others.emplace(path, name);
     }
-    std::map<std::string, std::string, std::less<>> busy;
+    BusyMounts busy;
     if (others.empty())
         return busy;
     std::multimap<std::string, std::string> names; // by places
@@ -53,6 +53,10 @@ std::map<std::string, std::string, std::less<>> FindBusyMounts(const LiveState& 
         }
     }
     return busy;
+}
+
+std::string TextOfBusy(const std::string& other) {
+    return "what is mounted below cannot be unmounted here: " + other;
 }
 
 } // namespace zfslib::restore::internal
