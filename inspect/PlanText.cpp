@@ -64,14 +64,7 @@ std::string Change(const Step& step) {
         return ShownOr("none", step.was) + " -> " + ShownOr("?", step.willBe);
     if (sign != '+')
         return {};
-    std::string words;
-    for (std::size_t i = 2; i < step.words.size(); ++i) {
-        const std::string& word = step.words[i];
-        const bool isPlain =
-            !word.empty() && word.find_first_of(" \t\n'\"\\$`*?[]();&|<>!#~") == std::string::npos;
-        words += (words.empty() ? "" : " ") + (isPlain ? word : util::ShellWord(word));
-    }
-    return words;
+    return util::ShellLine({step.words.begin() + 2, step.words.end()});
 }
 
 std::string Reason(const Step& step) {

@@ -246,15 +246,11 @@ TEST(Plan, SetsAndInheritsWhatDiffers) {
          "tank\n quota default 0\n refquota received 5 5\n",
          "tank\n quota received 5 5\n refquota local 4\n",
          {"set quota=none tank", "set refquota=5 tank", "! tank refquota"}},
-        {"a feature is lacking, or comes first",
-         "feature large_blocks enabled\ntank\n compression local zstd-3\n recordsize local "
-         "1048576\n"
-         "tank/e key:tank/e\n encryption - aes\n",
-         "feature large_blocks disabled\nfeature zstd_compress disabled\nfeature encryption "
-         "disabled\n"
-         "tank\n compression default on\n recordsize default 131072\n",
-         {"set feature@large_blocks=enabled tank", "set recordsize=1048576 tank",
-          "! tank/e encryption", "! tank compression"}},
+        {"a feature is lacking",
+         "tank\n compression local zstd-3\ntank/e key:tank/e\n encryption - aes\n",
+         "feature zstd_compress disabled\nfeature encryption disabled\n"
+         "tank\n compression default on\n",
+         {"! tank/e encryption", "! tank compression"}},
         {"a feature is lacking, or is not known",
          "tank\n checksum local blake3\n longname local on\ntank/v volume\n volsize - 1048576\n "
          "volblocksize - 1048576\n",
@@ -673,7 +669,7 @@ TEST(Plan, GivesBackWhatIsNoPropertyOfADataset) {
          "tank\n allow Local~permissions: user~(unknown:~42)~send\n"
          " allow + group~(unknown:~42)~hold\n",
          "tank\n allow Local~permissions: user~b~send\n allow + group~b~send\n",
-         {"allow -l -g 42 hold tank", "? tank", "? tank"}},
+         {"allow -l -g 42 hold tank", "! tank permissions", "? tank"}},
         {"snapshots",
          "tank\ntank@a\n hold one~tag\n hold -r\n u:x local 1\ntank@b\n hold ?\ntank@c\n hold x\n"
          "tank@gone\n hold x\n",

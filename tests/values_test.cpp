@@ -34,7 +34,7 @@ TEST(Text, FormatReplacesEachPlaceholderOnceAndIgnoresTheRest) {
 TEST(Text, WordsAndTests) {
     EXPECT_THAT(util::split(" \t a\v\fb\r\nc\xa0 "), ElementsAre("a", "b", "c\xa0"));
     EXPECT_TRUE(util::str_is_integer("007"));
-    EXPECT_EQ(util::ShellWord("a'$b"), "'a'\\''$b'");
+    EXPECT_EQ(util::ShellLine({"a:/b", "a'$b", "", "c d"}), "a:/b 'a'\\''$b' '' 'c d'");
     for (const char* text : {"", "-1", "+1", " 1", "1 ", "1.0", "0x1"})
         EXPECT_FALSE(util::str_is_integer(text)) << text;
     EXPECT_TRUE(util::str_caseicmp("POSIX", "posix"));

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace util {
 
@@ -14,5 +15,8 @@ namespace util {
 /// The same of the first operand behind the options of a command: with "--" before one that begins
 /// with "-".
 [[nodiscard]] ZFSLIB_EXPORT std::string ShellOperand(std::string_view text);
+
+/// Words as people write them in a line for `sh`: with quotes only where a word needs them.
+[[nodiscard]] ZFSLIB_EXPORT std::string ShellLine(const std::vector<std::string>& words);
 
 } // namespace util

@@ -251,11 +251,6 @@ bool DatasetPairs::CanBe(const DatasetPair& pair, const PlanInput& input, PlanDr
         draft.CannotDo(pair.name, "", std::nullopt, std::nullopt, std::move(why));
         return false;
     }
-    const std::string owner = input.options.NewName(saved.encryptionRoot);
-    const std::string root = pair.EncryptionRootAbove();
-    if (takesKey && !root.empty() && root != owner)
-        draft.CannotDo(pair.name, "encryptionroot", owner, root,
-                       "it is made with the key of what is above it");
     const PropertyValue* key = pair.above == nullptr ? nullptr : pair.above->Find("keystatus");
     if (takesKey && key != nullptr && key->Value() == "unavailable") {
         draft.CannotDo(pair.name, "", std::nullopt, std::nullopt,
@@ -266,6 +261,11 @@ bool DatasetPairs::CanBe(const DatasetPair& pair, const PlanInput& input, PlanDr
         draft.CannotDo(pair.name, "", std::nullopt, std::nullopt, "its pool is not there");
         return false;
     }
+    const std::string owner = input.options.NewName(saved.encryptionRoot);
+    const std::string root = pair.EncryptionRootAbove();
+    if (takesKey && !root.empty() && root != owner)
+        draft.CannotDo(pair.name, "encryptionroot", owner, root,
+                       "it is made with the key of what is above it");
     return true;
 }
 

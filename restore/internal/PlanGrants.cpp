@@ -145,7 +145,7 @@ public:
         }
         Grants wanted = ReadGrants(saved.permissions);
         const Grants live = pair.live == nullptr ? Grants() : ReadGrants(pair.live->permissions);
-        ForgetNumbersNamedNow(pair, live, wanted);
+        LeaveNumbersNamedNow(pair, live, wanted);
         for (const auto& [options, permissions] : live) {
             std::set<std::string> others = permissions;
             for (const std::string& permission : wanted[options])
@@ -174,26 +174,6 @@ public:
             step.words.push_back(Joined(permissions));
             step.words.push_back(pair.name);
             draft_.Add(std::move(step));
-        }
-    }
-
-    /// What was saved by its number, as nobody had it, is printed by a name when somebody has.
-    void ForgetNumbersNamedNow(const DatasetPair& pair, const Grants& live, Grants& wanted) {
-        for (auto saved = wanted.begin(); saved != wanted.end();) {
-            const auto named = std::find_if(live.begin(), live.end(), [&](const auto& candidate) {
-                return IsByNumber(saved->first) && IsSameKind(saved->first, candidate.first) &&
-                       candidate.second == saved->second &&
-                       wanted.find(candidate.first) == wanted.end();
-            });
-            if (named == live.end() || live.find(saved->first) != live.end()) {
-                ++saved;
-                continue;
-            }
-            draft_.Say(pair.name, "permissions of a number without a name are taken for those of " +
-                                      named->first.back() + ": " +
-                                      TextOf(saved->first, saved->second));
-            wanted[named->first] = saved->second;
-            saved = wanted.erase(saved);
         }
     }
 
@@ -238,6 +218,29 @@ public:
     }
 
 private:
+    /// What was saved by its number, as nobody had it, is printed by a name when somebody has.
+    void LeaveNumbersNamedNow(const DatasetPair& pair, const Grants& live, Grants& wanted) {
+        for (auto saved = wanted.begin(); saved != wanted.end();) {
+            const auto& [options, permissions] = *saved;
+            auto named = live.end();
+            if (IsByNumber(options) && live.find(options) == live.end())
+                named = std::find_if(live.begin(), live.end(), [&](const auto& candidate) {
+                    return IsSameKind(saved->first, candidate.first) &&
+                           candidate.second == saved->second &&
+                           wanted.find(candidate.first) == wanted.end();
+                });
+            if (named == live.end()) {
+                ++saved;
+                continue;
+            }
+            draft_.CannotDo(pair.name, "permissions", TextOf(options, permissions), std::nullopt,
+                            "nobody had the number, and " + named->first.back() +
+                                " has the same: give it by its number if that is another");
+            wanted[named->first] = permissions;
+            saved = wanted.erase(saved);
+        }
+    }
+
     void SetQuota(const DatasetPair& pair, const Quota& quota, std::string was) {
         const ToolsState& tools = input_.Tools();
         std::vector<std::string_view> features;

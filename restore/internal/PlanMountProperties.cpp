@@ -285,14 +285,9 @@ private:
 
     /// A later plan knows nothing of what was not saved, and what it was is said here.
     PlanDraft::StepId HoldBackOther(const DatasetState& live, const PropertyValue& canmount) {
-        std::vector<std::string> words = WordsToRelease(live.name, canmount);
-        words.back() = util::ShellWord(words.back());
-        std::string command;
-        for (const std::string& word : words)
-            command += " " + word;
         draft_.Say(live.name, "has canmount=noauto for a while: should the script stop in between, "
-                              "give it back with:" +
-                                  command);
+                              "give it back with: " +
+                                  util::ShellLine(WordsToRelease(live.name, canmount)));
         return draft_.Add(CanmountStep(live.name, "on", "noauto", HoldBackPhase()));
     }
 

@@ -18,17 +18,6 @@ namespace {
 
 using Use = Device::Use;
 
-std::string CommandLine(const std::vector<std::string>& words) {
-    constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                       "0123456789_-.:/@=,+";
-    std::string line;
-    for (const std::string& word : words) {
-        const bool isPlain = !word.empty() && word.find_first_not_of(plain) == std::string::npos;
-        line += (line.empty() ? "" : " ") + (isPlain ? word : util::ShellWord(word));
-    }
-    return line;
-}
-
 bool IsWell(const ImportablePool& pool) {
     return pool.state == "ONLINE" || pool.state == "DEGRADED";
 }
@@ -62,11 +51,12 @@ public:
         for (const std::string& folder : FoldersOf(LayoutOf(saved_, {}, input.Tools().system)))
             words.insert(words.end(), {"-d", folder});
         words.insert(words.end(), {"-N", live->first, settings_.Name()});
-        settings_.CannotDo("", std::nullopt, std::nullopt,
-                           "it is there under the name " + name + ": `" +
-                               CommandLine({"zpool", "export", name}) + "` and `" +
-                               CommandLine(words) + "` give it this one; or plan with " +
-                               CommandLine({"--rename", std::string(saved_.name) + "=" + name}));
+        settings_.CannotDo(
+            "", std::nullopt, std::nullopt,
+            "it is there under the name " + name + ": `" +
+                util::ShellLine({"zpool", "export", name}) + "` and `" + util::ShellLine(words) +
+                "` give it this one; or plan with " +
+                util::ShellLine({"--rename", std::string(saved_.name) + "=" + name}));
         settings_.LeaveOut();
         return true;
     }
@@ -143,7 +133,7 @@ public:
                 "", std::nullopt, std::nullopt,
                 "its devices differ in redundancy, which the tool refuses unless it is "
                 "forced; who wants that runs: " +
-                    CommandLine(create.words));
+                    util::ShellLine(create.words));
             settings_.LeaveOut();
             return;
         }
@@ -173,7 +163,7 @@ private:
         if (destroyed.name != settings_.Name())
             words.push_back(settings_.Name());
         std::string reason = "it was destroyed, and is not made anew while it is there: `" +
-                             CommandLine(words) +
+                             util::ShellLine(words) +
                              "` brings it back; who gives it up runs `zpool labelclear` on each of "
                              "its disks, or the first partition of a whole one";
         if (!IsWell(destroyed))
